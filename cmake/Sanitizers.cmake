@@ -1,0 +1,7 @@
+# QV_SANITIZE: a list for -fsanitize=, for example "address,undefined" or "thread".
+set(QV_SANITIZE "" CACHE STRING "Sanitizers to build with, separated by commas")
+
+if(QV_SANITIZE)
+  add_compile_options(-fsanitize=${QV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QV_SANITIZE})
+endif()

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <functional>
+
+namespace platform {
+
+// What the application is told of its own life.
+class ApplicationDelegate {
+ public:
+  virtual ~ApplicationDelegate() = default;
+  // On the main thread, once, as soon as the main loop runs.
+  virtual void applicationDidFinishLaunching() = 0;
+};
+
+// The process as an application: its arguments, main loop and termination.
+namespace application {
+
+// Owns the main thread until the application terminates: takes the arguments for the user defaults
+// (see UserDefaults.h), runs the main loop and tells the delegate. A broken standard output does
+// not kill the process (SIGPIPE is ignored from here on; child programs start with the default).
+// Answers the process's exit status, which is 0 for every ordinary end. Call once, from `main`.
+int run(int argc, const char* const* argv, ApplicationDelegate& delegate);
+
+// Ends the application: the main loop ends, termination observers run on the main thread in the
+// order in which they were added, threads that wait for the main thread are released, the process
+// exits with status 0. Does not return, on whatever thread it is called; no other thread is joined.
+[[noreturn]] void terminate();
+
+using ObserverId = unsigned;
+
+// Has `observer` called on the main thread when the application terminates. Thread-safe.
+ObserverId addTerminationObserver(std::function<void()> observer);
+
+// Takes an observer back; an unknown id does nothing. Thread-safe; may be called by an observer.
+void removeTerminationObserver(ObserverId id);
+
+}  // namespace application
+}  // namespace platform

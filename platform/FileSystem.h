@@ -1,0 +1,88 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Status.h"
+
+// The file system. Paths are absolute, in the bytes that the file system has. Every function may be
+// called from any thread, blocks for as long as the disk takes, never throws but for lack of
+// memory, and refuses an empty path.
+namespace platform::file_system {
+
+enum class Kind { regular, directory, symbolicLink, other };
+
+struct Attributes {
+  Kind kind = Kind::other;
+  // Bytes of a regular file; of another item what the system reports.
+  std::uint64_t size = 0;
+  // Permission bits, 0 to 07777.
+  std::uint32_t permissions = 0;
+  std::uint32_t ownerId = 0;
+  std::uint32_t groupId = 0;
+  std::chrono::system_clock::time_point modificationDate;
+  // The immutable flag; false where the file system has none.
+  bool immutable = false;
+};
+
+// Whether an item exists; a symbolic link counts by its target.
+bool exists(const std::string& path);
+// Whether a directory is there; a symbolic link counts by its target.
+bool isDirectory(const std::string& path);
+// Whether the calling user may execute (of a directory: enter) or write the item. Asks the system
+// for the real user, as access(2) does.
+bool isExecutable(const std::string& path);
+bool isWritable(const std::string& path);
+
+// The item's own attributes, a link's not its target's; none when there is no such item.
+std::optional<Attributes> attributes(const std::string& path);
+// Where a symbolic link leads, as it is written; none when the item is no link.
+std::optional<std::string> symbolicLinkTarget(const std::string& path);
+
+// The names in a directory without "." and "..", hidden ones included, sorted by their bytes; none
+// when it cannot be read.
+std::optional<std::vector<std::string>> list(const std::string& path);
+
+// Makes a directory and the missing ones above it, with default permissions. One that is already
+// there is a success. What the superuser makes inside the console user's home belongs to the owner
+// of the folder that it is made in.
+Status createDirectory(const std::string& path);
+
+// Copies an item, recursively, to the full new path, whose parent must exist. Everything is kept:
+// links as links, hard-link groups, modes, owners where allowed, times, extended attributes. Fails
+// when something exists at the destination; a failed copy leaves nothing behind.
+Status copy(const std::string& source, const std::string& destination);
+
+// Moves an item to the full new path. Fails when something else exists there; a move onto itself
+// succeeds. Across file systems it copies whole, syncs, and only then removes the source.
+Status move(const std::string& source, const std::string& destination);
+
+// Removes an item, recursively; follows no link.
+Status remove(const std::string& path);
+
+// Writes `contents` beside `path` and renames it into place, so that a reader sees the old file or
+// the new one whole. Permissions: those of the replaced file, else default. What the superuser
+// writes inside the console user's home belongs to the owner of the folder.
+Status writeAtomically(const std::string& path, std::string_view contents);
+
+// A whole file; none when it cannot be read or is larger than `limit` bytes.
+std::optional<std::string> read(const std::string& path, std::uint64_t limit = 64ULL << 20);
+
+// Sets or clears the immutable flag; changes nothing when it stands already. Fails where the file
+// system has no such flag or the user may not set it.
+Status setImmutable(const std::string& path, bool immutable);
+
+// Sets the permission bits (0 to 07777) of the item, a link's target's.
+Status setPermissions(const std::string& path, std::uint32_t permissions);
+
+// Sets the date of creation where the file system lets it be set; fails elsewhere.
+Status setCreationDate(const std::string& path, std::chrono::system_clock::time_point date);
+
+// Sets the date of last modification, a link's target's.
+Status setModificationDate(const std::string& path, std::chrono::system_clock::time_point date);
+
+}  // namespace platform::file_system

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "platform/Status.h"
+
+namespace platform {
+
+// A property list: a value of one of eight types, nested through arrays and dictionaries.
+class PropertyList {
+ public:
+  using Array = std::vector<PropertyList>;
+  using Dictionary = std::map<std::string, PropertyList>;
+  using Date = std::chrono::system_clock::time_point;
+  using Bytes = std::vector<std::byte>;
+  using Value =
+      std::variant<std::string, bool, std::int64_t, double, Date, Bytes, Array, Dictionary>;
+
+  PropertyList(Value value);  // NOLINT(google-explicit-constructor)
+
+  // The value if it is of type T, else null.
+  template <class T>
+  const T* get() const noexcept {
+    return std::get_if<T>(&value_);
+  }
+  const Value& value() const noexcept { return value_; }
+
+  // Whether a switch is on: the string "1", or a number equal to the boolean true.
+  bool isSwitchedOn() const noexcept;
+
+  // The truth of the value as user defaults read it: a boolean as it is, a number unless 0, a text
+  // that begins, after white space, a sign and zeros, with one of Y y T t 1-9.
+  bool boolValue() const noexcept;
+
+  bool operator==(const PropertyList&) const = default;
+
+ private:
+  Value value_;
+};
+
+namespace property_list {
+
+enum class Format { xml, binary };
+
+// The dictionary in an XML or binary property list; none when the bytes are no property list, hold
+// something else than a dictionary, or are nested more than 512 deep. Thread-safe.
+std::optional<PropertyList::Dictionary> parse(std::string_view bytes);
+
+// The same from a file; none also when it cannot be read or is larger than 64 MiB.
+std::optional<PropertyList::Dictionary> read(const std::string& path);
+
+// XML keeps dates to the second, binary to the fraction.
+std::string serialized(const PropertyList::Dictionary& dictionary, Format format);
+
+// Replaces the file as a whole, see file_system::writeAtomically.
+Status write(const std::string& path, const PropertyList::Dictionary& dictionary, Format format);
+
+}  // namespace property_list
+}  // namespace platform

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string_view>
+
+// The application's main window: a title, one line of status text and one progress indicator
+// without a value. Main thread only. The window is made by the first call that needs it; where no
+// display can be opened every call does nothing, and the first says so once on the console.
+namespace platform::status_window {
+
+// Shows the window in front of all others, with the keyboard. The person cannot close it.
+void makeKeyAndOrderFront();
+
+// Brings the whole application forward, over other applications.
+void activateApplication();
+
+// Sets the indicator moving, in a way that does not depend on how busy other threads are.
+void startAnimation();
+
+// Replaces the status line; bytes that are not UTF-8 are shown as U+FFFD.
+void setStatusText(std::string_view text);
+
+// Takes the window off the screen.
+void orderOut();
+
+}  // namespace platform::status_window

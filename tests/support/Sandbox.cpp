@@ -1,0 +1,178 @@
+#include "tests/support/Sandbox.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <linux/fs.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <system_error>
+
+namespace test {
+namespace fs = std::filesystem;
+namespace {
+
+void check(bool ok, const std::string& what) {
+  if (!ok) throw std::system_error(errno, std::generic_category(), what);
+}
+
+unsigned idOf(std::string_view user) {
+  if (user == Sandbox::kConsoleUser) return Sandbox::kConsoleUserId;
+  if (user == Sandbox::kOtherUser) return Sandbox::kOtherUserId;
+  throw std::invalid_argument("the sandbox knows nobody called " + std::string(user));
+}
+
+void writeFile(const std::string& path, std::string_view contents) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << contents;
+  if (!file.flush()) throw std::runtime_error("cannot write " + path);
+}
+
+void appendLine(const std::string& path, const std::string& line) {
+  std::ofstream file(path, std::ios::app);
+  file << line << '\n';
+  if (!file.flush()) throw std::runtime_error("cannot write " + path);
+}
+
+void clearImmutableFlag(const fs::path& path) {
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  if (descriptor < 0) return;
+  int flags = 0;
+  if (::ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_IMMUTABLE_FL) != 0) {
+    flags &= ~FS_IMMUTABLE_FL;
+    ::ioctl(descriptor, FS_IOC_SETFLAGS, &flags);
+  }
+  ::close(descriptor);
+}
+
+void removeTree(const std::string& root) {
+  std::error_code ignored;
+  if (fs::remove_all(root, ignored); !ignored) return;
+  for (const auto& entry : fs::recursive_directory_iterator(
+           root, fs::directory_options::skip_permission_denied, ignored)) {
+    if (entry.is_symlink()) continue;
+    clearImmutableFlag(entry.path());
+  }
+  fs::remove_all(root, ignored);
+}
+
+void mountOver(const std::string& source, const std::string& target) {
+  check(::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0,
+        "bind " + source + " over " + target);
+}
+
+}  // namespace
+
+Sandbox::Sandbox() {
+  std::string name = (fs::canonical(fs::temp_directory_path()) / "qv-test-XXXXXX").string();
+  check(::mkdtemp(name.data()) != nullptr, "mkdtemp " + name);
+  root_ = name;
+  check(::chmod(root_.c_str(), 0755) == 0, "chmod " + root_);
+  ::setenv("TMPDIR", makeDirectory("tmp").c_str(), 1);
+  check(::chmod(path("tmp").c_str(), 01777) == 0, "chmod tmp");
+  for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS"}) {
+    ::unsetenv(variable);
+  }
+  setHome(makeDirectory("home/tester"));
+}
+
+Sandbox::~Sandbox() {
+  removeTree(root_);
+}
+
+void Sandbox::setHome(const std::string& home) {
+  home_ = home;
+  ::setenv("HOME", home.c_str(), 1);
+  ::setenv("XDG_CACHE_HOME", (home + "/.cache").c_str(), 1);
+  ::setenv("XDG_CONFIG_HOME", (home + "/.config").c_str(), 1);
+  ::setenv("XDG_DATA_HOME", (home + "/.local/share").c_str(), 1);
+}
+
+std::string Sandbox::homeOf(std::string_view user) const {
+  return path("home/" + std::string(user));
+}
+
+std::string Sandbox::path(std::string_view relative) const {
+  return root_ + "/" + std::string(relative);
+}
+
+std::string Sandbox::makeFile(std::string_view relative, std::string_view contents) const {
+  const std::string full = path(relative);
+  fs::create_directories(fs::path(full).parent_path());
+  writeFile(full, contents);
+  return full;
+}
+
+std::string Sandbox::makeDirectory(std::string_view relative) const {
+  std::string full = path(relative);
+  fs::create_directories(full);
+  return full;
+}
+
+// static
+bool Sandbox::canSimulateMachine() {
+  return ::geteuid() == 0;
+}
+
+void Sandbox::simulateMachine() {
+  check(::unshare(CLONE_NEWNS) == 0, "unshare");
+  check(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+
+  fs::copy("/etc", path("etc"), fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  for (const char* user : {kConsoleUser, kOtherUser}) {
+    const std::string id = std::to_string(idOf(user));
+    const std::string name = user;
+    appendLine(path("etc/passwd"), name + ":x:" + id + ":" + id + "::" + homeOf(user) + ":/bin/sh");
+    appendLine(path("etc/group"), name + ":x:" + id + ":");
+    check(::chown(makeDirectory("home/" + name).c_str(), idOf(user), idOf(user)) == 0, "chown");
+  }
+  mountOver(path("etc"), "/etc");
+  mountOver(makeDirectory("root"), "/root");
+  mountOver(makeDirectory("run/systemd"), "/run/systemd");
+  makeDirectory("var-lib/work");
+  const std::string overlay = "lowerdir=/var/lib,upperdir=" + makeDirectory("var-lib/upper") +
+                              ",workdir=" + path("var-lib/work");
+  check(::mount("overlay", "/var/lib", "overlay", 0, overlay.c_str()) == 0, "overlay /var/lib");
+  setHome("/root");
+}
+
+void Sandbox::setConsoleUser(std::string_view user) const {
+  makeDirectory("run/systemd/seats");
+  writeFile(path("run/systemd/seats/seat0"),
+            "IS_VTCONSOLE=1\nACTIVE=c1\nACTIVE_UID=" + std::to_string(idOf(user)) + "\n");
+}
+
+void Sandbox::setNobodyAtConsole() const {
+  fs::remove(path("run/systemd/seats/seat0"));
+}
+
+void Sandbox::becomeUser(std::string_view user) {
+  const unsigned id = idOf(user);
+  check(::setgroups(0, nullptr) == 0, "setgroups");
+  check(::setresgid(id, id, id) == 0, "setresgid");
+  check(::setresuid(id, id, id) == 0, "setresuid");
+  setHome(homeOf(user));
+}
+
+std::string Sandbox::mountTmpfs(std::string_view relative, unsigned long bytes) const {
+  std::string target = makeDirectory(relative);
+  const std::string options = "size=" + std::to_string(bytes) + ",mode=0755";
+  check(::mount("tmpfs", target.c_str(), "tmpfs", 0, options.c_str()) == 0, "mount " + target);
+  return target;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace test

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace test {
+
+// A world of its own for one test: a scratch directory, a home, temporary and XDG folders in it,
+// and, for a test that runs as root, a private mount namespace in which a user database with two
+// people, a console user, the superuser's home and the local library can be what the test says.
+// Nothing outside the scratch directory changes. Make it first thing in a test, before any thread;
+// every test is a process of its own, so the environment is set once and never restored.
+class Sandbox {
+ public:
+  // The people of the sandbox's user database. Both are ordinary users with homes in the sandbox.
+  static constexpr char kConsoleUser[] = "anna";
+  static constexpr unsigned kConsoleUserId = 61001;
+  static constexpr char kOtherUser[] = "bert";
+  static constexpr unsigned kOtherUserId = 61002;
+
+  // Makes the scratch directory, with HOME, TMPDIR and the XDG variables in it, and removes
+  // DISPLAY, WAYLAND_DISPLAY and DBUS_SESSION_BUS_ADDRESS from the environment.
+  Sandbox();
+  // Removes the scratch directory with everything in it, immutable files too.
+  ~Sandbox();
+  Sandbox(const Sandbox&) = delete;
+  Sandbox& operator=(const Sandbox&) = delete;
+
+  // The scratch directory; absolute, without links in it, readable by everybody.
+  const std::string& root() const { return root_; }
+  // $HOME. After becomeUser and as the console user's, see below, that person's home.
+  std::string home() const { return home_; }
+  std::string homeOf(std::string_view user) const;
+  // `relative` inside the scratch directory; nothing is made.
+  std::string path(std::string_view relative) const;
+
+  // Make a file with `contents`, or a directory, at `relative` with all folders above it; answer
+  // the full path.
+  std::string makeFile(std::string_view relative, std::string_view contents = {}) const;
+  std::string makeDirectory(std::string_view relative) const;
+
+  // Whether this process may make mount namespaces: it is root. A test that needs one says
+  //     if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  static bool canSimulateMachine();
+  static constexpr char kNeedsRoot[] = "needs root, for a private mount namespace";
+
+  // Enters a private mount namespace with: a user database with both people; /root,
+  // /run/systemd and /var/lib of the sandbox's own; nobody at the console; HOME at /root.
+  void simulateMachine();
+  // Puts a person at the console, or nobody. After simulateMachine.
+  void setConsoleUser(std::string_view user) const;
+  void setNobodyAtConsole() const;
+  // Gives up root for good and becomes that person, with HOME at that person's home. After
+  // simulateMachine.
+  void becomeUser(std::string_view user);
+  // Mounts a fresh tmpfs of at most `bytes` at `relative`, made if missing, and answers its path.
+  // After simulateMachine.
+  std::string mountTmpfs(std::string_view relative, unsigned long bytes = 64UL << 20) const;
+
+ private:
+  void setHome(const std::string& home);
+
+  std::string root_;
+  std::string home_;
+};
+
+// The whole of a file; "" when it cannot be read.
+std::string readFile(const std::string& path);
+
+}  // namespace test
