@@ -1,0 +1,54 @@
+# What the scripts share: progress, packages, builds. Sourced by bash with the repository as the
+# working folder.
+
+started=$SECONDS
+
+say() { printf '%s\n' "$*"; }
+step() { printf '\n[%3ds] %s\n' "$((SECONDS - started))" "$*"; }
+fail() { printf '\n%s\n' "$*" >&2; exit 1; }
+
+# as_root REASON COMMAND...: runs a command as root; an ordinary user is told for what.
+as_root() {
+  local reason=$1
+  shift
+  if [ "$(id -u)" -eq 0 ]; then "$@"; return; fi
+  command -v sudo > /dev/null || fail "Please run this as root, or install sudo: needed $reason."
+  say "Using sudo $reason."
+  sudo "$@"
+}
+
+build_packages="build-essential cmake ninja-build pkg-config libglib2.0-dev libgtk-3-dev
+  libplist-dev libsystemd-dev libpolkit-agent-1-dev"
+test_packages="libgtest-dev libgmock-dev dbus-daemon psmisc e2fsprogs mount util-linux xvfb openbox
+  xdotool x11-utils imagemagick attr acl rsync desktop-file-utils libglib2.0-bin xdg-utils
+  polkitd pkexec passwd squashfs-tools fonts-dejavu-core adwaita-icon-theme"
+demo_packages="psmisc e2fsprogs mount util-linux passwd xvfb openbox imagemagick x11-utils rsync
+  fonts-dejavu-core adwaita-icon-theme"
+lint_packages="clang-format clang-tidy desktop-file-utils gawk"
+fuzz_packages="clang"
+benchmark_packages="libbenchmark-dev libspdlog-dev"
+
+# install_packages NAME...: installs those Debian packages that are missing.
+install_packages() {
+  local package
+  local missing=()
+  for package in "$@"; do
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2> /dev/null)" = installed ] ||
+      missing+=("$package")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  step "Installing ${#missing[@]} missing packages: ${missing[*]}"
+  as_root "to install packages" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+  as_root "to install packages" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" > /dev/null
+}
+
+# build PRESET [TARGET...]: configures and builds; shows each step as one changing line.
+build() {
+  local preset=$1
+  shift
+  step "Building (${preset})"
+  cmake --preset "$preset" > "build-$preset.log" 2>&1 || { cat "build-$preset.log"; fail "CMake failed."; }
+  rm -f "build-$preset.log"
+  cmake --build "build/$preset" ${1:+--target "$@"}
+}
