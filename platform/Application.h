@@ -8,7 +8,8 @@ namespace platform {
 class ApplicationDelegate {
  public:
   virtual ~ApplicationDelegate() = default;
-  // On the main thread, once, as soon as the main loop runs.
+  // On the main thread, once, as soon as the main loop runs. A platform::Exception that it lets
+  // through is written to the console and the loop goes on; any other ends the process.
   virtual void applicationDidFinishLaunching() = 0;
 };
 
@@ -21,14 +22,18 @@ namespace application {
 // Answers the process's exit status, which is 0 for every ordinary end. Call once, from `main`.
 int run(int argc, const char* const* argv, ApplicationDelegate& delegate);
 
-// Ends the application: the main loop ends, termination observers run on the main thread in the
-// order in which they were added, threads that wait for the main thread are released, the process
-// exits with status 0. Does not return, on whatever thread it is called; no other thread is joined.
+// Ends the application, after the work that was sent to the main thread before: the main loop ends,
+// threads that wait for the main thread are released, termination observers run on the main thread
+// in the order in which they were added, the process exits with status 0. On the main thread itself
+// all this happens at once. Does not return, on whatever thread it is called; no other thread is
+// joined.
 [[noreturn]] void terminate();
 
 using ObserverId = unsigned;
 
-// Has `observer` called on the main thread when the application terminates. Thread-safe.
+// Has `observer` called on the main thread when the application terminates. An observer may wait
+// for other threads. A platform::Exception that it lets through is written to the console and the
+// next observer runs; any other ends the process. Thread-safe.
 ObserverId addTerminationObserver(std::function<void()> observer);
 
 // Takes an observer back; an unknown id does nothing. Thread-safe; may be called by an observer.
