@@ -17,11 +17,15 @@ std::string lastComponent(std::string_view path);
 std::string deletingLastComponent(std::string_view path);
 
 // `base` and `component` joined by exactly one slash; a slash at the component's end goes. An empty
-// base gives the component, an empty component gives the base.
+// base gives the component, an empty component gives the base. The answer ends in a slash only when
+// it is "/".
 std::string appending(std::string_view base, std::string_view component);
 // Appending to none gives none.
 std::optional<std::string> appending(const std::optional<std::string>& base,
                                      std::string_view component);
+// Tells the two above apart for what converts to both.
+std::string appending(const std::string& base, std::string_view component);
+std::string appending(const char* base, std::string_view component);
 
 // The components between slashes, runs of slashes counted as one. An absolute path begins with the
 // component "/", and a trailing slash adds a last component "/": "/x/a/" gives "/", "x", "a", "/".
