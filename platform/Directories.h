@@ -26,12 +26,13 @@ enum class DomainMask : unsigned { user = 1, local = 2, system = 8 };
 // The folders of a kind in a domain, absolute, existing or not; empty when the platform knows none.
 // The user domain is the calling user's home; as superuser the home of user id 0 in the user
 // database, with the names of the localised folders (documents, desktop, movies) taken from the
-// console user's settings.
+// console user's settings, of which only folders below the home count.
 std::vector<std::string> searchPaths(Kind kind, DomainMask domain);
 
 // The folder for temporary files: $TMPDIR when it is absolute, else /tmp.
 std::string temporaryDirectory();
-// The calling user's folder for caches of programs.
+// The calling user's folder for caches of programs: $XDG_CACHE_HOME when it is absolute, else
+// ".cache" in the home (XDG Base Directory Specification); as superuser always the latter.
 std::optional<std::string> userCacheDirectory();
 
 // The calling user's home: $HOME when it is absolute, else the user database's entry; as superuser
