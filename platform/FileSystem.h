@@ -43,9 +43,19 @@ std::optional<Attributes> attributes(const std::string& path);
 // Where a symbolic link leads, as it is written; none when the item is no link.
 std::optional<std::string> symbolicLinkTarget(const std::string& path);
 
-// The names in a directory without "." and "..", hidden ones included, sorted by their bytes; none
-// when it cannot be read.
+// The names in a directory without "." and "..", hidden ones included, sorted by their bytes: that
+// is the order of every listing, here and in whatever is built on it. None when the directory
+// cannot be read.
 std::optional<std::vector<std::string>> list(const std::string& path);
+
+// One entry of a directory; a link is a link, whatever it leads to.
+struct Entry {
+  std::string name;
+  Kind kind = Kind::other;
+};
+
+// The same listing with what each entry is.
+std::optional<std::vector<Entry>> entries(const std::string& path);
 
 // Makes a directory and the missing ones above it, with default permissions. One that is already
 // there is a success. What the superuser makes inside the console user's home belongs to the owner

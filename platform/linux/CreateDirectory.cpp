@@ -1,0 +1,52 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "platform/FileSystem.h"
+#include "platform/Path.h"
+#include "platform/linux/ConsoleHome.h"
+#include "platform/linux/SystemError.h"
+
+namespace platform::file_system {
+namespace {
+
+constexpr mode_t kDefaultMode = 0777;
+
+Status createInConsoleHome(const PathInHome& path, const std::string& whole) {
+  FileDescriptor folder(::open(path.home.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  for (const std::string& name : path.components) {
+    if (!folder) break;
+    folder = descendOrMake(folder, name, kDefaultMode);
+  }
+  return folder ? Status() : statusFromErrno(errno, whole);
+}
+
+// 0 or an error number. A directory that is there already, or that somebody else makes meanwhile,
+// is as good as one made here.
+int makeOne(const std::string& path) {
+  if (::mkdir(path.c_str(), kDefaultMode) == 0) return 0;
+  const int error = errno;
+  return error == EEXIST && isDirectory(path) ? 0 : error;
+}
+
+}  // namespace
+
+Status createDirectory(const std::string& path) {
+  if (path.empty()) return statusFromErrno(ENOENT);
+  if (const auto inHome = pathInConsoleHome(path)) return createInConsoleHome(*inHome, path);
+
+  std::vector<std::string> missing;
+  std::string next = path;
+  int error = makeOne(next);
+  while (error == ENOENT && next != path::deletingLastComponent(next)) {
+    missing.push_back(next);
+    next = path::deletingLastComponent(next);
+    error = makeOne(next);
+  }
+  while (error == 0 && !missing.empty()) {
+    error = makeOne(missing.back());
+    missing.pop_back();
+  }
+  return error == 0 ? Status() : statusFromErrno(error, path);
+}
+
+}  // namespace platform::file_system

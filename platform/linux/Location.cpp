@@ -1,0 +1,31 @@
+#include "platform/linux/Location.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "platform/Path.h"
+
+namespace platform {
+
+Location locate(const std::string& path) {
+  Location location;
+  location.name = path::lastComponent(path);
+  if (!path.starts_with('/') || location.name == "/" || location.name == "." ||
+      location.name == "..") {
+    errno = path.empty() ? ENOENT : EINVAL;
+    return location;
+  }
+  const std::string folder = path::deletingLastComponent(path);
+  location.folder.reset(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  return location;
+}
+
+bool isSameLocation(const Location& one, const Location& other) {
+  struct stat first {};
+  struct stat second {};
+  return one.name == other.name && ::fstat(one.descriptor(), &first) == 0 &&
+         ::fstat(other.descriptor(), &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+}  // namespace platform

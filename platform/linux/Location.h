@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "platform/linux/FileDescriptor.h"
+
+namespace platform {
+
+// An item as the folder that holds it, pinned by a descriptor, and its name there. What is done by
+// these two hits that folder and no other, whatever becomes of the path meanwhile.
+struct Location {
+  FileDescriptor folder;
+  std::string name;
+
+  explicit operator bool() const noexcept { return static_cast<bool>(folder); }
+  int descriptor() const noexcept { return folder.get(); }
+};
+
+// The location that `path` names; links on the way to the folder are followed, the item itself is
+// not looked at. Without a folder, and with errno set, when that cannot be opened, when the path is
+// relative, or when its last component is no name that a folder can hold ("/", "." and "..").
+Location locate(const std::string& path);
+
+// Whether both are the same name in the same folder.
+bool isSameLocation(const Location& one, const Location& other);
+
+}  // namespace platform

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/Exception.h"
+#include "platform/Status.h"
+
+namespace platform {
+
+// The one place where an error number of the system becomes text: the system's own description in
+// English, whatever the process's locale. Thread-safe.
+std::string errorText(int error);
+
+// A failure with that number and text; 0 gives success. With `subject`, the item that it is about,
+// the text is "<subject>: <description>".
+Status statusFromErrno(int error);
+Status statusFromErrno(int error, std::string_view subject);
+
+// An exception called `name`, whose reason is the number's text, after "<subject>: " if there is
+// one.
+Exception exceptionFromErrno(const char* name, int error);
+Exception exceptionFromErrno(const char* name, int error, std::string_view subject);
+
+}  // namespace platform

@@ -1,0 +1,250 @@
+#include "platform/FileSystem.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "tests/support/Sandbox.h"
+
+namespace {
+
+namespace fs = platform::file_system;
+using std::filesystem::create_symlink;
+using test::readFile;
+using test::Sandbox;
+using testing::ElementsAre;
+using testing::Optional;
+
+class FileSystemTest : public testing::Test {
+ protected:
+  Sandbox sandbox_;
+};
+
+unsigned ownerOf(const std::string& path) {
+  const auto attributes = fs::attributes(path);
+  return attributes ? attributes->ownerId : ~0U;
+}
+
+TEST_F(FileSystemTest, ALinkExistsWhenItsTargetDoes) {
+  const std::string file = sandbox_.makeFile("file");
+  create_symlink(file, sandbox_.path("good"));
+  create_symlink("nowhere", sandbox_.path("dangling"));
+  EXPECT_TRUE(fs::exists(file));
+  EXPECT_TRUE(fs::exists(sandbox_.path("good")));
+  EXPECT_FALSE(fs::exists(sandbox_.path("dangling")));
+  EXPECT_FALSE(fs::exists(""));
+}
+
+TEST_F(FileSystemTest, ALinkToADirectoryIsADirectory) {
+  create_symlink(sandbox_.makeDirectory("folder"), sandbox_.path("link"));
+  EXPECT_TRUE(fs::isDirectory(sandbox_.path("folder")));
+  EXPECT_TRUE(fs::isDirectory(sandbox_.path("link")));
+  EXPECT_FALSE(fs::isDirectory(sandbox_.makeFile("file")));
+  EXPECT_FALSE(fs::isDirectory(sandbox_.path("missing")));
+}
+
+TEST_F(FileSystemTest, AttributesAreTheItemsOwn) {
+  const std::string file = sandbox_.makeFile("file", "four");
+  ASSERT_EQ(::chmod(file.c_str(), 02750), 0);
+  const timespec times[] = {{1, 0}, {1234567890, 987654321}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+  create_symlink(file, sandbox_.path("link"));
+
+  const auto attributes = fs::attributes(file);
+  ASSERT_TRUE(attributes);
+  EXPECT_EQ(attributes->kind, fs::Kind::regular);
+  EXPECT_EQ(attributes->size, 4U);
+  EXPECT_EQ(attributes->permissions, 02750U);
+  EXPECT_EQ(attributes->ownerId, ::getuid());
+  EXPECT_EQ(attributes->modificationDate.time_since_epoch(),
+            std::chrono::nanoseconds(1234567890987654321));
+  EXPECT_FALSE(attributes->immutable);
+  EXPECT_EQ(fs::attributes(sandbox_.path("link"))->kind, fs::Kind::symbolicLink);
+  EXPECT_EQ(fs::attributes(sandbox_.root())->kind, fs::Kind::directory);
+  ASSERT_EQ(::mkfifo(sandbox_.path("pipe").c_str(), 0600), 0);
+  EXPECT_EQ(fs::attributes(sandbox_.path("pipe"))->kind, fs::Kind::other);
+  EXPECT_FALSE(fs::attributes(sandbox_.path("missing")));
+}
+
+TEST_F(FileSystemTest, ALinksTargetIsAnsweredAsItIsWritten) {
+  create_symlink("../some/where", sandbox_.path("link"));
+  EXPECT_THAT(fs::symbolicLinkTarget(sandbox_.path("link")),
+              Optional(std::string("../some/where")));
+  EXPECT_FALSE(fs::symbolicLinkTarget(sandbox_.makeFile("file")));
+  EXPECT_FALSE(fs::symbolicLinkTarget(sandbox_.path("missing")));
+}
+
+TEST_F(FileSystemTest, AListingHasHiddenNamesAndIsOrderedByTheirBytes) {
+  for (const char* name : {"b", "a", ".hidden", "B", "\xC3\xA9", "\xFF", "a b", "10", "9"}) {
+    sandbox_.makeFile(std::string("folder/") + name);
+  }
+  EXPECT_THAT(
+      fs::list(sandbox_.path("folder")),
+      Optional(ElementsAre(".hidden", "10", "9", "B", "a", "a b", "b", "\xC3\xA9", "\xFF")));
+}
+
+TEST_F(FileSystemTest, EntriesSayWhatEachNameIs) {
+  sandbox_.makeDirectory("folder/d");
+  sandbox_.makeFile("folder/f");
+  create_symlink("d", sandbox_.path("folder/l"));
+  const auto entries = fs::entries(sandbox_.path("folder"));
+  ASSERT_TRUE(entries);
+  ASSERT_EQ(entries->size(), 3U);
+  EXPECT_EQ(entries->at(0).kind, fs::Kind::directory);
+  EXPECT_EQ(entries->at(1).kind, fs::Kind::regular);
+  EXPECT_EQ(entries->at(2).kind, fs::Kind::symbolicLink);
+}
+
+TEST_F(FileSystemTest, OnlyADirectoryCanBeListed) {
+  EXPECT_FALSE(fs::list(sandbox_.makeFile("file")));
+  EXPECT_FALSE(fs::list(sandbox_.path("missing")));
+  EXPECT_FALSE(fs::list(""));
+  EXPECT_THAT(fs::list(sandbox_.makeDirectory("empty")), Optional(ElementsAre()));
+}
+
+TEST_F(FileSystemTest, ADirectoryIsMadeWithThoseAboveIt) {
+  EXPECT_TRUE(fs::createDirectory(sandbox_.path("a/b/c/")).ok());
+  EXPECT_TRUE(fs::isDirectory(sandbox_.path("a/b/c")));
+  EXPECT_TRUE(fs::createDirectory(sandbox_.path("a/b/c")).ok()) << "one that is there is a success";
+}
+
+TEST_F(FileSystemTest, ADirectoryIsNotMadeInPlaceOfOrBelowAFile) {
+  const std::string file = sandbox_.makeFile("file", "kept");
+  EXPECT_EQ(fs::createDirectory(file).code(), EEXIST);
+  EXPECT_EQ(fs::createDirectory(file + "/below").code(), ENOTDIR);
+  EXPECT_FALSE(fs::createDirectory("").ok());
+  EXPECT_EQ(readFile(file), "kept");
+}
+
+TEST_F(FileSystemTest, WritingReplacesAFileWholeAndKeepsItsPermissions) {
+  const std::string file = sandbox_.makeFile("folder/file", "old and long");
+  ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
+  EXPECT_TRUE(fs::writeAtomically(file, "new").ok());
+  EXPECT_EQ(readFile(file), "new");
+  EXPECT_EQ(fs::attributes(file)->permissions, 0640U);
+  EXPECT_THAT(fs::list(sandbox_.path("folder")), Optional(ElementsAre("file")));
+}
+
+TEST_F(FileSystemTest, WritingNeedsAFolderAndLeavesNothingBehindWhenItFails) {
+  EXPECT_EQ(fs::writeAtomically(sandbox_.path("missing/file"), "x").code(), ENOENT);
+  sandbox_.makeDirectory("folder/taken");
+  EXPECT_EQ(fs::writeAtomically(sandbox_.path("folder/taken"), "x").code(), EISDIR);
+  EXPECT_THAT(fs::list(sandbox_.path("folder")), Optional(ElementsAre("taken")));
+  EXPECT_FALSE(fs::writeAtomically("", "x").ok());
+}
+
+TEST_F(FileSystemTest, AFullDiskLeavesTheOldFileAsItWas) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const std::string disk = sandbox_.mountTmpfs("disk", 64 * 1024);
+  const std::string file = disk + "/file";
+  ASSERT_TRUE(fs::writeAtomically(file, "old").ok());
+  EXPECT_EQ(fs::writeAtomically(file, std::string(1 << 20, 'x')).code(), ENOSPC);
+  EXPECT_EQ(readFile(file), "old");
+  EXPECT_THAT(fs::list(disk), Optional(ElementsAre("file")));
+}
+
+TEST_F(FileSystemTest, ReadingAnswersTheWholeFileUpToTheLimit) {
+  const std::string file = sandbox_.makeFile("file", std::string(10000, 'x'));
+  EXPECT_THAT(fs::read(file), Optional(std::string(10000, 'x')));
+  EXPECT_TRUE(fs::read(file, 10000));
+  EXPECT_FALSE(fs::read(file, 9999));
+  EXPECT_THAT(fs::read(sandbox_.makeFile("empty"), 0), Optional(std::string()));
+}
+
+TEST_F(FileSystemTest, ReadingAPipeOrADirectoryDoesNotHang) {
+  ASSERT_EQ(::mkfifo(sandbox_.path("pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(fs::read(sandbox_.path("pipe")));
+  EXPECT_FALSE(fs::read(sandbox_.root()));
+  EXPECT_FALSE(fs::read(sandbox_.path("missing")));
+}
+
+TEST_F(FileSystemTest, AMoveRefusesAnExistingItemAndLeavesBoth) {
+  const std::string from = sandbox_.makeFile("from", "1");
+  const std::string to = sandbox_.makeFile("to", "2");
+  EXPECT_EQ(fs::move(from, to).code(), EEXIST);
+  EXPECT_EQ(fs::move(from, sandbox_.makeDirectory("empty")).code(), EEXIST);
+  create_symlink("nowhere", sandbox_.path("dangling"));
+  EXPECT_EQ(fs::move(from, sandbox_.path("dangling")).code(), EEXIST);
+  EXPECT_EQ(readFile(from), "1");
+  EXPECT_EQ(readFile(to), "2");
+}
+
+TEST_F(FileSystemTest, AMoveOntoItselfSucceeds) {
+  const std::string file = sandbox_.makeFile("file", "1");
+  EXPECT_TRUE(fs::move(file, file).ok());
+  EXPECT_TRUE(fs::move(file, sandbox_.path("./file")).ok());
+  EXPECT_EQ(readFile(file), "1");
+  EXPECT_EQ(fs::move(sandbox_.path("missing"), sandbox_.path("missing")).code(), ENOENT);
+}
+
+TEST_F(FileSystemTest, AMoveTakesALinkItselfAndAFolderWhole) {
+  sandbox_.makeFile("A.app/Contents/file", "x");
+  create_symlink("A.app", sandbox_.path("link"));
+  EXPECT_TRUE(fs::move(sandbox_.path("link"), sandbox_.path("moved")).ok());
+  EXPECT_THAT(fs::symbolicLinkTarget(sandbox_.path("moved")), Optional(std::string("A.app")));
+  EXPECT_TRUE(fs::move(sandbox_.path("A.app/"), sandbox_.path("B.app/")).ok());
+  EXPECT_EQ(readFile(sandbox_.path("B.app/Contents/file")), "x");
+  EXPECT_EQ(fs::move(sandbox_.path("B.app"), sandbox_.path("B.app/Contents/in")).code(), EINVAL);
+}
+
+TEST_F(FileSystemTest, WhatTheSuperuserMakesInTheConsoleUsersHomeBelongsToThatUser) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  sandbox_.setConsoleUser(Sandbox::kConsoleUser);
+  const std::string home = sandbox_.homeOf(Sandbox::kConsoleUser);
+  ASSERT_TRUE(fs::createDirectory(home + "/Library/Logs").ok());
+  ASSERT_TRUE(fs::writeAtomically(home + "/Library/Logs/log", "x").ok());
+  for (const char* made : {"/Library", "/Library/Logs", "/Library/Logs/log"}) {
+    EXPECT_EQ(ownerOf(home + made), Sandbox::kConsoleUserId) << made;
+  }
+  ASSERT_TRUE(fs::createDirectory(sandbox_.path("elsewhere")).ok());
+  EXPECT_EQ(ownerOf(sandbox_.path("elsewhere")), 0U);
+}
+
+TEST_F(FileSystemTest, WhatTheSuperuserMakesInAFolderOfItsOwnInThatHomeIsItsOwn) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  sandbox_.setConsoleUser(Sandbox::kConsoleUser);
+  const std::string folder = sandbox_.homeOf(Sandbox::kConsoleUser) + "/roots";
+  std::filesystem::create_directory(folder);
+  ASSERT_TRUE(fs::writeAtomically(folder + "/file", "x").ok());
+  EXPECT_EQ(ownerOf(folder + "/file"), 0U);
+}
+
+TEST_F(FileSystemTest, TheSuperuserFollowsNoLinkInTheConsoleUsersHome) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  sandbox_.setConsoleUser(Sandbox::kConsoleUser);
+  const std::string home = sandbox_.homeOf(Sandbox::kConsoleUser);
+  const std::string system = sandbox_.makeDirectory("system");
+  create_symlink(system, home + "/Library");
+  EXPECT_FALSE(fs::createDirectory(home + "/Library/Logs").ok());
+  EXPECT_FALSE(fs::writeAtomically(home + "/Library/planted", "x").ok());
+  EXPECT_THAT(fs::list(system), Optional(ElementsAre()));
+
+  const std::string secret = sandbox_.makeFile("secret", "kept");
+  create_symlink(secret, home + "/file");
+  EXPECT_TRUE(fs::writeAtomically(home + "/file", "x").ok());
+  EXPECT_EQ(readFile(secret), "kept") << "the link is replaced, not what it leads to";
+  EXPECT_EQ(fs::attributes(home + "/file")->kind, fs::Kind::regular);
+}
+
+TEST_F(FileSystemTest, WritableAndExecutableAreAskedForTheRealUser) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  const std::string mine = sandbox_.makeFile("root-owned");
+  sandbox_.simulateMachine();
+  EXPECT_TRUE(fs::isWritable(mine));
+  EXPECT_FALSE(fs::isExecutable(mine));
+  sandbox_.becomeUser(Sandbox::kConsoleUser);
+  EXPECT_FALSE(fs::isWritable(mine));
+  EXPECT_TRUE(fs::isExecutable("/bin/sh"));
+  EXPECT_TRUE(fs::isWritable(sandbox_.home()));
+}
+
+}  // namespace
