@@ -26,7 +26,7 @@ bool isPackageExtension(const std::string& extension) {
 bool isFilePackage(const std::string& path) {
   if (!file_system::isDirectory(path)) return false;
   return isPackageExtension(path::extension(path)) ||
-         file_system::exists(path::appending(std::string_view(path), "Contents/Info.plist"));
+         file_system::exists(path::appending(path, "Contents/Info.plist"));
 }
 
 }  // namespace platform::workspace
