@@ -1,0 +1,92 @@
+#include "platform/linux/ChildReaper.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/NoDestructor.h"
+
+namespace platform {
+namespace {
+
+// How often a child is looked at that no descriptor tells of, in milliseconds.
+constexpr int kLookInterval = 100;
+
+class Reaper {
+ public:
+  void add(std::shared_ptr<ChildHandle> child) {
+    const std::lock_guard lock(mutex_);
+    children_.push_back(std::move(child));
+    if (!working_) {
+      start();
+    } else if (wake_) {
+      ::eventfd_write(wake_.get(), 1);
+    }
+  }
+
+ private:
+  // Without a thread now, the next child's tries again.
+  void start() {
+    if (!wake_) wake_ = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    try {
+      std::thread([this] { work(); }).detach();
+      working_ = true;
+    } catch (const std::system_error&) {
+    }
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+
+  void work() {
+    for (;;) {
+      const std::vector<std::shared_ptr<ChildHandle>> watched = collectEnded();
+      if (watched.empty()) return;
+      waitForAny(watched);
+    }
+  }
+
+  // Answers those that still run; with none the work has ended.
+  std::vector<std::shared_ptr<ChildHandle>> collectEnded() {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(children_, [](const auto& child) { return collect(*child).has_value(); });
+    working_ = !children_.empty();
+    return children_;
+  }
+
+  void waitForAny(const std::vector<std::shared_ptr<ChildHandle>>& watched) const {
+    std::vector<pollfd> descriptors = {{wake_.get(), POLLIN, 0}};
+    bool silent = !wake_;
+    for (const auto& child : watched) {
+      descriptors.push_back({child->pidfd.get(), POLLIN, 0});
+      silent = silent || !child->pidfd;
+    }
+    ::poll(descriptors.data(), descriptors.size(), silent ? kLookInterval : -1);
+    eventfd_t count = 0;
+    if (wake_) ::eventfd_read(wake_.get(), &count);
+  }
+
+  // Guards children_ and working_. wake_ is made before the thread and never changes after.
+  std::mutex mutex_;
+  std::vector<std::shared_ptr<ChildHandle>> children_;
+  bool working_ = false;
+  Descriptor wake_;
+};
+
+}  // namespace
+
+void collectInBackground(std::shared_ptr<ChildHandle> child) {
+  static NoDestructor<Reaper> reaper;
+  reaper->add(std::move(child));
+}
+
+}  // namespace platform

@@ -1,0 +1,174 @@
+#include "platform/Task.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "platform/Exception.h"
+#include "platform/linux/ChildPipes.h"
+#include "platform/linux/ChildProcess.h"
+#include "platform/linux/ToolEquivalents.h"
+
+namespace platform {
+namespace {
+
+Exception invalidArgument(std::string reason) {
+  return Exception(exception_name::kInvalidArgument, std::move(reason));
+}
+
+// The system would take the text only up to the null character, which is another text.
+void refuseNullCharacter(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) {
+    throw invalidArgument("a null character in the path, an argument or the environment");
+  }
+}
+
+std::vector<std::string> assignments(const Environment& environment) {
+  std::vector<std::string> result;
+  result.reserve(environment.size());
+  for (const auto& [name, value] : environment) result.push_back(name + "=" + value);
+  return result;
+}
+
+class LinuxTask : public Task {
+ public:
+  void setLaunchPath(std::string path) override { launchPath_ = std::move(path); }
+  const std::string& launchPath() const override { return launchPath_; }
+  void setArguments(std::vector<std::string> arguments) override {
+    arguments_ = std::move(arguments);
+  }
+  void setEnvironment(Environment environment) override { environment_ = std::move(environment); }
+  void setStandardInput(End end) override { ends_[0] = end; }
+  void setStandardOutput(End end) override { ends_[1] = end; }
+  void setStandardError(End end) override { ends_[2] = end; }
+
+  void launch() override;
+
+  std::shared_ptr<Pipe> standardOutputPipe() const override { return readingEnds_[0]; }
+  std::shared_ptr<Pipe> standardErrorPipe() const override { return readingEnds_[1]; }
+
+  bool isRunning() override {
+    const auto child = launchedChild();
+    return child != nullptr && !child->status();
+  }
+  void waitUntilExit() override {
+    if (const auto child = launchedChild()) child->wait();
+  }
+  void terminate() override {
+    if (const auto child = launchedChild()) child->terminate();
+  }
+  int terminationStatus() override;
+
+ private:
+  std::shared_ptr<ChildProcess> launchedChild() {
+    const std::lock_guard lock(mutex_);
+    return child_;
+  }
+  ChildProgram program() const;
+  std::shared_ptr<ChildProcess> started(ChildProgram program);
+  // Makes the pipe for one end; answers the child's side of it.
+  Descriptor connect(std::size_t end, ChildPipes& pipes);
+  std::string whyNotStarted(const std::error_code& error) const;
+
+  std::string launchPath_;
+  std::vector<std::string> arguments_;
+  std::optional<Environment> environment_;
+  // Input, output, error.
+  std::array<End, 3> ends_ = {End::inherit, End::inherit, End::inherit};
+
+  // Output, error.
+  std::array<std::shared_ptr<Pipe>, 2> readingEnds_;
+  // Never written to: the program finds its input open and empty.
+  Descriptor inputPipe_;
+
+  // Guards child_, which is null before the launch and never changes after it.
+  std::mutex mutex_;
+  std::shared_ptr<ChildProcess> child_;
+};
+
+ChildProgram LinuxTask::program() const {
+  ToolInvocation invocation = resolvedTool(launchPath_, arguments_);
+  ChildProgram program = {.path = std::move(invocation.path),
+                          .arguments = std::move(invocation.arguments),
+                          .environment = std::nullopt};
+  program.arguments.insert(program.arguments.begin(), program.path);
+  if (environment_) program.environment = assignments(*environment_);
+  std::ranges::for_each(program.arguments, refuseNullCharacter);
+  if (program.environment) std::ranges::for_each(*program.environment, refuseNullCharacter);
+  return program;
+}
+
+Descriptor LinuxTask::connect(std::size_t end, ChildPipes& pipes) {
+  PipeEnds ends;
+  if (end == 0) {
+    inputPipe_ = std::move(ends.writing);
+    return std::move(ends.reading);
+  }
+  const auto stream = end == 1 ? ChildPipes::kOutput : ChildPipes::kError;
+  readingEnds_[end - 1] = pipes.adopt(stream, std::move(ends.reading));
+  return std::move(ends.writing);
+}
+
+std::shared_ptr<ChildProcess> LinuxTask::started(ChildProgram program) {
+  const auto pipes = std::make_shared<ChildPipes>();
+  std::array<Descriptor, 3> childsEnds;
+  for (std::size_t end = 0; end < ends_.size(); ++end) {
+    if (ends_[end] == End::nullDevice) program.ends[end] = ChildProgram::kNullDevice;
+    if (ends_[end] != End::pipe) continue;
+    childsEnds[end] = connect(end, *pipes);
+    program.ends[end] = childsEnds[end].get();
+  }
+  auto child = std::make_shared<ChildProcess>(program);
+  pipes->setChild(child->handle());
+  return child;
+}
+
+void LinuxTask::launch() {
+  if (launchedChild() != nullptr) throw invalidArgument("the task was launched before");
+  try {
+    auto child = started(program());
+    const std::lock_guard lock(mutex_);
+    child_ = std::move(child);
+  } catch (const std::system_error& error) {
+    readingEnds_ = {};
+    throw invalidArgument(whyNotStarted(error.code()));
+  }
+}
+
+std::string LinuxTask::whyNotStarted(const std::error_code& error) const {
+  std::string reason = error.message();
+  // The system has the same word for a program that is missing and for one whose interpreter is.
+  if (error.value() == ENOENT && ::access(launchPath_.c_str(), F_OK) == 0) {
+    reason += " (the program's interpreter is missing)";
+  }
+  return reason;
+}
+
+int LinuxTask::terminationStatus() {
+  const auto child = launchedChild();
+  if (child == nullptr) throw invalidArgument("the task was not launched");
+  const std::optional<int> status = child->status();
+  if (!status) throw invalidArgument("the task is still running");
+  return *status;
+}
+
+}  // namespace
+
+// static
+std::shared_ptr<Task> Task::create() {
+  return std::make_shared<LinuxTask>();
+}
+
+// static
+bool Task::canLaunch(const std::string& launchPath) {
+  return ::access(resolvedTool(launchPath, {}).path.c_str(), X_OK) == 0;
+}
+
+}  // namespace platform
