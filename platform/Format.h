@@ -42,15 +42,18 @@ class FormatArgument {
 
 // Fills a printf-style format, UTF-8, in the manner of printf(3) extended by the object placeholder
 // "%@". Directives: %@ %s (text), %d %i %u %x %X %o %c (integers, with any of the length modifiers
-// h hh l ll q z t j), %f %F %e %E %g %G (floating point), %p, %%; flags, width and precision as in
-// printf(3), "*" included.
+// h hh l ll L q z t j), %f %F %e %E %g %G (floating point), %p, %%; flags, width and precision as
+// in printf(3), "*" included. A text's width and precision count UTF-16 code units and never cut a
+// character in two; %c is a character by its Unicode number.
 //
 // Arguments are typed and checked, so any format is safe: a directive without an argument, or with
-// none, prints "(null)" for a text and 0 for a number; an argument of another type is printed as
-// what it is. %n stores nothing and prints nothing. An unknown directive is copied as it stands;
-// a lone "%" at the end prints nothing. Widths and precisions above 4096 count as 4096. Numbers are
-// printed in the C locale whatever the process's locale says. Bytes that are not UTF-8 pass through
-// unchanged. Thread-safe; never throws but for lack of memory.
+// none, prints "(null)" for a text, 0 for a number and nothing for a character; an argument of
+// another type is printed as what it is. Length modifiers matter only to a negative number under
+// %u %x %X %o, whose two's complement they cut. %n stores nothing, prints nothing and uses up no
+// argument. An unknown directive is copied as it stands; a "%" that nothing completes prints
+// nothing. Widths and precisions above 4096 count as 4096. Numbers are printed in the C locale
+// whatever the process's locale says. Bytes that are not UTF-8 pass through unchanged. Thread-safe;
+// never throws but for lack of memory.
 std::string formatArguments(std::string_view format,
                             std::initializer_list<FormatArgument> arguments);
 
