@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "platform/Status.h"
+
+namespace platform {
+
+struct WriteResult {
+  // Bytes that were written, also when the rest failed.
+  std::size_t written = 0;
+  Status status;
+};
+
+// Writes `bytes` to a descriptor, going on after interruptions and partial writes, and waiting for
+// a descriptor that does not block to take more.
+WriteResult writeAll(int descriptor, std::string_view bytes);
+
+}  // namespace platform
