@@ -1,0 +1,174 @@
+#include "tests/support/UpdateMachine.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+
+#include "tests/support/WaitFor.h"
+
+namespace test {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr std::chrono::seconds kLongestRun(30);
+
+// Starts a program with standard output and error appended to a file.
+int spawn(const std::string& program, std::vector<std::string> arguments,
+          const std::string& outputFile) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, outputFile.c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                   0644);
+  posix_spawn_file_actions_adddup2(&actions, 1, 2);
+  arguments.insert(arguments.begin(), program);
+  std::vector<char*> words;
+  for (std::string& argument : arguments) words.push_back(argument.data());
+  words.push_back(nullptr);
+  pid_t pid = -1;
+  const int error = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, words.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (error != 0) throw std::runtime_error("cannot start " + program);
+  return pid;
+}
+
+void runTool(const std::string& program, const std::vector<std::string>& arguments) {
+  int status = 0;
+  const int pid = spawn(program, arguments, "/dev/stderr");
+  if (::waitpid(pid, &status, 0) != pid || status != 0) {
+    throw std::runtime_error(program + " failed");
+  }
+}
+
+bool isMountPoint(const std::string& path) {
+  std::error_code missing;
+  const auto device = [&](const fs::path& item) {
+    struct stat attributes = {};
+    return ::stat(item.c_str(), &attributes) == 0 ? attributes.st_dev : 0;
+  };
+  return fs::exists(path, missing) && device(path) != device(fs::path(path).parent_path());
+}
+
+}  // namespace
+
+UpdateMachine::UpdateMachine() {
+  sandbox_.simulateMachine();
+  sandbox_.setConsoleUser(Sandbox::kConsoleUser);
+  fs::create_directories("/var/lib/quorvale/Library/Logs/Quorvale");
+  fs::create_directories(sandbox_.path("local-share"));
+  runTool("/bin/mount", {"--bind", sandbox_.path("local-share"), "/usr/local/share"});
+}
+
+UpdateMachine::~UpdateMachine() {
+  for (const int pid : started_) {
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+  }
+  while (diskImageIsAttached() && ::umount2(mountPoint().c_str(), MNT_DETACH) == 0) {
+  }
+}
+
+void UpdateMachine::makeBundle(const std::string& path, const std::string& version) const {
+  fs::create_directories(fs::path(path).parent_path());
+  runTool(QV_TEST_SOURCES "/../examples/sample/make-bundle",
+          {QV_TEST_PROGRAMS "/LaunchRecorder", version, path});
+  const std::string owner = std::to_string(Sandbox::kConsoleUserId);
+  runTool("/bin/chown", {"-R", owner + ":" + owner, path});
+}
+
+void UpdateMachine::attachDiskImage() {
+  const std::string image = sandbox_.path("update.img");
+  makeBundle(sandbox_.path("image/Sample.app"), "2.0");
+  std::ofstream(image).close();
+  fs::resize_file(image, 16U << 20U);
+  runTool("/sbin/mkfs.ext4", {"-q", "-d", sandbox_.path("image"), image});
+  fs::create_directories(mountPoint());
+  runTool("/bin/mount", {"-o", "loop,ro", image, mountPoint()});
+}
+
+bool UpdateMachine::diskImageIsAttached() const {
+  return isMountPoint(mountPoint());
+}
+
+// static
+std::string UpdateMachine::versionOf(const std::string& bundle) {
+  std::istringstream text(readFile(bundle + "/Contents/Resources/version.txt"));
+  std::string version;
+  std::getline(text, version);
+  return version;
+}
+
+std::string UpdateMachine::trashedBundle() const {
+  return sandbox_.homeOf(Sandbox::kConsoleUser) + "/.local/share/Trash/files/Sample.app";
+}
+
+int UpdateMachine::startUpdater(const std::string& name) {
+  const std::string program = sandbox_.path(name);
+  fs::copy_file("/bin/sleep", program);
+  started_.push_back(spawn(program, {"300"}, "/dev/null"));
+  return started_.back();
+}
+
+int UpdateMachine::run(const std::vector<std::string>& arguments) {
+  start(arguments);
+  return waitForEnd();
+}
+
+void UpdateMachine::start(const std::vector<std::string>& arguments) {
+  application_ = spawn(QV_TEST_BUNDLE "/Contents/Linux/QVUpdateHelper", arguments,
+                       sandbox_.path("output.txt"));
+  started_.push_back(application_);
+}
+
+int UpdateMachine::waitForEnd() {
+  int status = 0;
+  const bool ended = waitFor(
+      [&] { return ::waitpid(application_, &status, WNOHANG) == application_; }, kLongestRun);
+  EXPECT_TRUE(ended) << "the application still runs after 30 seconds";
+  if (!ended) return -1;
+  std::erase(started_, application_);
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+std::string UpdateMachine::logPath() const {
+  return "/var/lib/quorvale/Library/Logs/Quorvale/QVUpdateHelper.1.log";
+}
+
+std::vector<std::string> UpdateMachine::log() const {
+  static const std::regex dated(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - (.*))");
+  std::vector<std::string> messages;
+  std::istringstream lines(readFile(logPath()));
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch match;
+    EXPECT_TRUE(std::regex_match(line, match, dated)) << line;
+    messages.push_back(match[1]);
+  }
+  return messages;
+}
+
+// static
+std::vector<std::string> UpdateMachine::withoutHeader(std::vector<std::string> messages) {
+  constexpr std::ptrdiff_t kHeaderLines = 5;
+  messages.erase(messages.begin(),
+                 messages.begin() + std::min<std::ptrdiff_t>(std::ssize(messages), kHeaderLines));
+  return messages;
+}
+
+bool isRunning(int pid) {
+  std::istringstream status(readFile("/proc/" + std::to_string(pid) + "/status"));
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("State:")) return line.find('Z') == std::string::npos;
+  }
+  return false;
+}
+
+}  // namespace test

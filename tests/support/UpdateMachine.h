@@ -1,0 +1,70 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/support/Sandbox.h"
+
+namespace test {
+
+// A simulated machine with a person at the console on which the built application performs updates
+// as superuser: a sample bundle to install, on a real disk image if wanted, and one that is
+// installed. Needs root; make it first thing in a test.
+class UpdateMachine {
+ public:
+  UpdateMachine();
+  // Unmounts what is still mounted and ends what was started and still runs.
+  ~UpdateMachine();
+  UpdateMachine(const UpdateMachine&) = delete;
+  UpdateMachine& operator=(const UpdateMachine&) = delete;
+
+  Sandbox& sandbox() { return sandbox_; }
+
+  // Where the new bundle is, where the old one is installed, and where the disk image is mounted.
+  std::string source() const { return mountPoint() + "/Sample.app"; }
+  std::string destination() const { return sandbox_.path("Applications/Sample.app"); }
+  std::string mountPoint() const { return sandbox_.path("Volumes/Sample 2.0"); }
+
+  // Makes a sample bundle of a version at `path`, which belongs to the person at the console. Its
+  // program writes who started it and how into the file launchRecord().
+  void makeBundle(const std::string& path, const std::string& version) const;
+  // Makes a disk image with a bundle of version 2.0 and mounts it, so that source() exists.
+  void attachDiskImage();
+  bool diskImageIsAttached() const;
+
+  // "" when no bundle is there.
+  static std::string versionOf(const std::string& bundle);
+  std::string trashedBundle() const;
+  std::string launchRecord() const { return sandbox_.homeOf(Sandbox::kConsoleUser) + "/launched"; }
+
+  // Starts a process with the name of one of the updater's; answers its id.
+  int startUpdater(const std::string& name);
+
+  // Runs the application to its end and answers its exit status, or 128 and the number of the
+  // signal that ended it. Fails the test when it takes longer than 30 seconds.
+  int run(const std::vector<std::string>& arguments);
+  // The same in two steps.
+  void start(const std::vector<std::string>& arguments);
+  int waitForEnd();
+  int pid() const { return application_; }
+  // What the application printed on standard output and error.
+  std::string output() const { return readFile(sandbox_.path("output.txt")); }
+
+  // The messages of the log of the last run, without their dates; and where that log is.
+  std::vector<std::string> log() const;
+  std::string logPath() const;
+
+  // The messages that begin every log, and those of the whole run after them.
+  static std::vector<std::string> withoutHeader(std::vector<std::string> messages);
+
+ private:
+  Sandbox sandbox_;
+  std::vector<int> started_;
+  int application_ = -1;
+};
+
+// Whether the process still runs; a zombie does not.
+bool isRunning(int pid);
+
+}  // namespace test
