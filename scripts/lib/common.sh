@@ -24,7 +24,7 @@ test_packages="libgtest-dev libgmock-dev dbus-daemon psmisc e2fsprogs mount util
   polkitd pkexec passwd squashfs-tools fonts-dejavu-core adwaita-icon-theme"
 demo_packages="psmisc e2fsprogs mount util-linux passwd xvfb openbox imagemagick x11-utils rsync
   fonts-dejavu-core adwaita-icon-theme"
-lint_packages="clang-format clang-tidy desktop-file-utils gawk"
+lint_packages="clang clang-format clang-tidy"
 fuzz_packages="clang"
 benchmark_packages="libbenchmark-dev libspdlog-dev"
 
