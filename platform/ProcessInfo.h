@@ -6,6 +6,9 @@
 // Facts about this process and its machine. Any thread.
 namespace platform::process_info {
 
+// The full path of the running program's file; when the file has been removed or replaced
+// meanwhile, the path that it had. "" when the system does not say.
+std::string executablePath();
 // The name of the running program's file.
 std::string processName();
 // For a person: name and version of the operating system.

@@ -3,9 +3,9 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "platform/FileSystem.h"
 #include "platform/Path.h"
 #include "platform/ProcessInfo.h"
-#include "platform/linux/RegularFile.h"
 #include "platform/linux/UserDatabase.h"
 #include "platform/linux/XdgUserDirs.h"
 
@@ -70,7 +70,7 @@ std::optional<std::string> namedBySettings(std::string_view key, const std::stri
   const auto folder = settingsFolder();
   if (!folder) return std::nullopt;
   const auto contents =
-      readRegularFile(path::appending(*folder, "user-dirs.dirs"), kLargestSettingsFile);
+      file_system::read(path::appending(*folder, "user-dirs.dirs"), kLargestSettingsFile);
   if (!contents) return std::nullopt;
   const auto accept = process_info::isSuperuser() ? xdg_user_dirs::Accept::belowHome
                                                   : xdg_user_dirs::Accept::anyAbsolute;

@@ -1,5 +1,3 @@
-#include "platform/linux/ExecutablePath.h"
-
 #include <linux/limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,7 +5,9 @@
 #include <array>
 #include <string_view>
 
-namespace platform {
+#include "platform/ProcessInfo.h"
+
+namespace platform::process_info {
 namespace {
 
 constexpr std::string_view kRemovedMark = " (deleted)";
@@ -26,4 +26,4 @@ std::string executablePath() {
   return path;
 }
 
-}  // namespace platform
+}  // namespace platform::process_info

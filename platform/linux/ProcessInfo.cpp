@@ -9,7 +9,6 @@
 #include <memory>
 
 #include "platform/Path.h"
-#include "platform/linux/ExecutablePath.h"
 
 namespace platform::process_info {
 namespace {
