@@ -1,12 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -25,6 +28,12 @@ class PropertyList {
       std::variant<std::string, bool, std::int64_t, double, Date, Bytes, Array, Dictionary>;
 
   PropertyList(Value value);  // NOLINT(google-explicit-constructor)
+  // What a Value can be made of without narrowing: 1 is an integer, "1" a text.
+  template <class T>
+  requires(std::constructible_from<Value, T> && !std::same_as<std::remove_cvref_t<T>, Value> &&
+           !std::same_as<std::remove_cvref_t<T>, PropertyList>)
+      PropertyList(T&& value)  // NOLINT(google-explicit-constructor)
+      : value_(std::forward<T>(value)) {}
 
   // The value if it is of type T, else null.
   template <class T>
@@ -50,18 +59,26 @@ namespace property_list {
 
 enum class Format { xml, binary };
 
-// The dictionary in an XML or binary property list; none when the bytes are no property list, hold
-// something else than a dictionary, or are nested more than 512 deep. Thread-safe.
+// The dictionary in an XML (UTF-8) or binary property list; none when the bytes are no property
+// list, hold something else than a dictionary, are nested more than 512 deep, or would come to more
+// than two million values or 256 MiB of texts and data. An integer beyond 63 bits becomes the
+// negative number of the same bits, a date that `Date` cannot hold its first or last. Thread-safe.
 std::optional<PropertyList::Dictionary> parse(std::string_view bytes);
 
 // The same from a file; none also when it cannot be read or is larger than 64 MiB.
 std::optional<PropertyList::Dictionary> read(const std::string& path);
 
-// XML keeps dates to the second, binary to the fraction.
+// XML keeps dates to the second, binary to the fraction. Texts are cut at a zero byte; bytes in
+// them that are not UTF-8 become U+FFFD. Thread-safe.
 std::string serialized(const PropertyList::Dictionary& dictionary, Format format);
 
 // Replaces the file as a whole, see file_system::writeAtomically.
 Status write(const std::string& path, const PropertyList::Dictionary& dictionary, Format format);
+
+// Before a file is replaced: one that is there and is no dictionary is renamed to <path>.damaged,
+// in place of an earlier one of that name, so that what it holds is not lost. Answers whether
+// `path` may be written.
+bool setAsideDamaged(const std::string& path);
 
 }  // namespace property_list
 }  // namespace platform
