@@ -9,7 +9,9 @@ namespace platform {
 
 // A directory that holds a program with its information and resources:
 // Name.app/Contents/{Info.plist, Linux/<executable>, Resources/}. Also found: the executable in
-// Contents/MacOS or beside Contents as Name.app/Name. Immutable once made; thread-safe.
+// Contents/MacOS or beside Contents as Name.app/Name. The executable is what CFBundleExecutable
+// names, else it has the bundle's own name without extension; a name that leads out of the folder
+// is refused. Immutable once made; thread-safe.
 class Bundle {
  public:
   // The bundle that the running program is in. A program outside any bundle has one with its own
@@ -30,8 +32,8 @@ class Bundle {
 
   // The full path of Contents/Resources/<name>.<type>, or none when it does not exist.
   std::optional<std::string> resourcePath(const std::string& name, const std::string& type) const;
-  // The full path of Contents/<folder of programs>/<name>, where the bundle's own helper programs
-  // and modules stand beside its executable; none when it does not exist.
+  // The full path of `name` beside the executable, where the bundle's own helper programs and
+  // modules stand, also those of a program outside any bundle; none when it does not exist.
   std::optional<std::string> auxiliaryPath(const std::string& name) const;
 
  private:

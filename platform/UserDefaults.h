@@ -7,7 +7,9 @@
 
 // The user's defaults for this application: the pairs of the command line first, then the file
 // <bundle identifier>.plist in the Preferences folder of the user's library (as superuser: of user
-// id 0's own home, whatever the environment says). Thread-safe.
+// id 0's own home, whatever the environment says). A program without an identifier goes by its own
+// name. Without a home there is no file. A file that is no property list reads as empty, and is
+// renamed to <file>.damaged before it is replaced. Thread-safe; may block on the disk.
 namespace platform::user_defaults {
 
 // Takes the argument domain from a command line: from the first argument on, a word of a dash and
@@ -28,7 +30,8 @@ bool boolean(const std::string& key);
 void setObject(const std::string& key, PropertyList value);
 
 // Writes what was stored, atomically, keeping what other processes have written to other keys
-// meanwhile. Answers whether that succeeded.
+// meanwhile; makes the folder. Answers whether that succeeded; what could not be written stays
+// stored for the next time. Waits at most two seconds for another process that is writing.
 bool synchronize();
 
 }  // namespace platform::user_defaults
