@@ -22,6 +22,12 @@ void check(int error, const char* what) {
   if (error != 0) throw std::system_error(error, std::generic_category(), what);
 }
 
+// Not closed, nor taken by a descriptor of our own since it was closed.
+bool isInheritable(int end) {
+  const int flags = ::fcntl(end, F_GETFD);
+  return flags >= 0 && (flags & FD_CLOEXEC) == 0;
+}
+
 // Where the child's ends lead, and that it has no other descriptor.
 class FileActions {
  public:
@@ -41,9 +47,8 @@ class FileActions {
  private:
   int lead(int target, int source) {
     if (source >= 0) return ::posix_spawn_file_actions_adddup2(&actions_, source, target);
+    if (source == ChildProgram::kInherited && isInheritable(target)) return 0;
     // A program started with a closed standard end would take the first file that it opens for it.
-    const bool closed = source == ChildProgram::kInherited && ::fcntl(target, F_GETFD) < 0;
-    if (source != ChildProgram::kNullDevice && !closed) return 0;
     return ::posix_spawn_file_actions_addopen(&actions_, target, "/dev/null", O_RDWR, 0);
   }
 

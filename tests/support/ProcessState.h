@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+
+// What this process holds, for tests that nothing is left behind.
+namespace test {
+
+// Open descriptors and threads of this process.
+std::size_t openDescriptors();
+std::size_t threads();
+
+// Whether this process has a child, running or not collected.
+bool hasChildren();
+
+}  // namespace test
