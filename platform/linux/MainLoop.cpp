@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 #include <vector>
 
@@ -21,16 +22,16 @@ using std::chrono::steady_clock;
 // the window; below it, an animation would hold up the work.
 constexpr int kWorkPriority = G_PRIORITY_HIGH_IDLE + 20;
 
-void wake() {
-  g_main_context_wakeup(g_main_context_default());
-}
+void wake();
+void serveWorkIn(GMainContext* context);
 
 struct State {
-  State();
+  State() { serveWorkIn(context); }
 
   WorkQueue work{wake};
+  // Stored by the main thread alone. The toolkit knows no context but the default one.
+  std::atomic<GMainContext*> context = g_main_context_default();
   // The rest belongs to the main thread.
-  GMainLoop* const loop = g_main_loop_new(g_main_context_default(), FALSE);
   bool running = false;
   int nested = 0;  // how many calls of `iterate` are under way
 };
@@ -38,6 +39,10 @@ struct State {
 State& state() {
   static NoDestructor<State> instance;
   return *instance;
+}
+
+void wake() {
+  g_main_context_wakeup(state().context);
 }
 
 gboolean hasWork() {
@@ -59,12 +64,12 @@ gboolean dispatchWork(GSource* /*source*/, GSourceFunc /*callback*/, gpointer /*
   return G_SOURCE_CONTINUE;
 }
 
-State::State() {
+void serveWorkIn(GMainContext* context) {
   static GSourceFuncs functions = {prepareWork, checkWork, dispatchWork, nullptr, nullptr, nullptr};
   GSource* source = g_source_new(&functions, sizeof(GSource));
   g_source_set_priority(source, kWorkPriority);
   g_source_set_can_recurse(source, TRUE);  // work may itself serve events
-  g_source_attach(source, g_main_context_default());
+  g_source_attach(source, context);
   g_source_unref(source);
 }
 
@@ -118,29 +123,35 @@ void run(std::function<void()> first) {
   State& main = state();
   main.work.addFirst(guarded(std::move(first)));
   main.running = true;
-  g_main_loop_run(main.loop);
-  main.running = false;
+  while (main.running) g_main_context_iteration(main.context, TRUE);
 }
 
 bool iterate(milliseconds limit) {
-  GMainContext* context = g_main_context_default();
+  State& main = state();
   const auto end = steady_clock::now() + limit;
   bool served = false;
-  g_main_context_acquire(context);
-  ++state().nested;
+  ++main.nested;
   do {
+    GMainContext* context = main.context;
+    g_main_context_acquire(context);
     served = serveOnce(context, remaining(end));
+    g_main_context_release(context);
   } while (!served && steady_clock::now() < end);
-  --state().nested;
-  g_main_context_release(context);
+  --main.nested;
   return served;
 }
 
 bool quit() {
   State& main = state();
   if (!main.running || main.nested > 0) return false;
-  g_main_loop_quit(main.loop);
+  main.running = false;
   return true;
+}
+
+void abandonToolkit() {
+  GMainContext* context = g_main_context_new();
+  serveWorkIn(context);
+  state().context = context;
 }
 
 void close() {

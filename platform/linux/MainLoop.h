@@ -27,6 +27,10 @@ bool iterate(std::chrono::milliseconds limit);
 // `iterate` stands above it that may not return for long.
 bool quit();
 
+// On the main thread: from now on only work is served. What else the loop has been given, which is
+// the toolkit's, is never called again, not even once.
+void abandonToolkit();
+
 // On the main thread: drops queued and future work, releases threads that wait for theirs.
 void close();
 

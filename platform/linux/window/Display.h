@@ -1,0 +1,12 @@
+#pragma once
+
+// The toolkit's connection to the display.
+namespace window::display {
+
+// Initialises the toolkit; false without a display. See QVWindowModule::openDisplay.
+bool open(void (*lost)());
+
+// Whether the display was opened and has not died since.
+bool isAlive();
+
+}  // namespace window::display

@@ -1,0 +1,110 @@
+#include "platform/linux/window/StatusView.h"
+
+#include <gdk/gdkx.h>
+
+#include <initializer_list>
+
+#include "platform/linux/window/ApplicationIcon.h"
+#include "platform/linux/window/Layout.h"
+
+namespace window::status_view {
+namespace {
+
+constexpr int kColumnWidth = 360;
+constexpr int kRowSpacing = 12;
+// The bar crosses its trough in about a second and a half.
+constexpr guint kPulseMilliseconds = 150;
+constexpr double kPulseStep = 0.1;
+
+// All null until the window is made; it is never destroyed.
+GtkWidget* theWindow = nullptr;
+GtkWidget* theBar = nullptr;
+GtkWidget* theStatus = nullptr;
+guint pulseTimer = 0;
+
+gboolean pulse(gpointer /*data*/) {
+  gtk_progress_bar_pulse(GTK_PROGRESS_BAR(theBar));
+  return G_SOURCE_CONTINUE;
+}
+
+GtkWidget* newBar(GtkWidget* heading) {
+  GtkWidget* bar = gtk_progress_bar_new();
+  gtk_widget_set_size_request(bar, kColumnWidth, -1);
+  gtk_progress_bar_set_pulse_step(GTK_PROGRESS_BAR(bar), kPulseStep);
+  AtkObject* accessible = gtk_widget_get_accessible(bar);
+  atk_object_set_name(accessible, "Installation in progress");
+  atk_object_add_relationship(accessible, ATK_RELATION_LABELLED_BY,
+                              gtk_widget_get_accessible(heading));
+  return bar;
+}
+
+// One line that never changes the window's size.
+GtkWidget* newStatus(const char* text) {
+  GtkWidget* label = layout::newLabel(text);
+  gtk_label_set_single_line_mode(GTK_LABEL(label), TRUE);
+  gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_END);
+  return label;
+}
+
+GtkWidget* newColumn(const char* headingText, const char* status) {
+  GtkWidget* heading = layout::newHeading(headingText);
+  theBar = newBar(heading);
+  theStatus = newStatus(status);
+  GtkWidget* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, kRowSpacing);
+  gtk_widget_set_valign(column, GTK_ALIGN_CENTER);
+  for (GtkWidget* row : {heading, theBar, theStatus}) {
+    gtk_box_pack_start(GTK_BOX(column), row, FALSE, FALSE, 0);
+  }
+  return column;
+}
+
+}  // namespace
+
+void make(const char* title, const char* heading, const char* status) {
+  theWindow = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  GtkWindow* window = GTK_WINDOW(theWindow);
+  gtk_window_set_title(window, title);
+  gtk_window_set_resizable(window, FALSE);
+  gtk_window_set_position(window, GTK_WIN_POS_CENTER);
+  // There is nothing to cancel: neither the title bar nor the keyboard closes the window.
+  gtk_window_set_deletable(window, FALSE);
+  g_signal_connect(window, "delete-event", G_CALLBACK(gtk_true), nullptr);
+  application_icon::setFor(window);
+  GtkWidget* row = layout::newIconRow(title, newColumn(heading, status));
+  gtk_container_add(GTK_CONTAINER(window), row);
+  gtk_widget_show_all(row);
+}
+
+void show() {
+  gtk_window_present(GTK_WINDOW(theWindow));
+}
+
+// With the server's own time of now, or a window manager that guards the keyboard's focus would
+// leave the window behind those that the person used last.
+void activate() {
+  if (visibleWindow() == nullptr) return;
+  GdkWindow* window = gtk_widget_get_window(theWindow);
+  const guint32 now = GDK_IS_X11_WINDOW(window) ? gdk_x11_get_server_time(window) : 0;
+  gtk_window_present_with_time(GTK_WINDOW(theWindow), now);
+}
+
+void startAnimation() {
+  if (pulseTimer != 0) return;
+  pulse(nullptr);
+  pulseTimer = g_timeout_add(kPulseMilliseconds, pulse, nullptr);
+}
+
+void setStatus(const char* status) {
+  gtk_label_set_text(GTK_LABEL(theStatus), status);
+}
+
+void hide() {
+  gtk_widget_hide(theWindow);
+}
+
+GtkWindow* visibleWindow() {
+  if (theWindow == nullptr || gtk_widget_get_visible(theWindow) == FALSE) return nullptr;
+  return GTK_WINDOW(theWindow);
+}
+
+}  // namespace window::status_view
