@@ -1,10 +1,7 @@
 #include "tests/support/Sandbox.h"
 
-#include <fcntl.h>
 #include <grp.h>
-#include <linux/fs.h>
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,28 +40,6 @@ void appendLine(const std::string& path, const std::string& line) {
   if (!file.flush()) throw std::runtime_error("cannot write " + path);
 }
 
-void clearImmutableFlag(const fs::path& path) {
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-  if (descriptor < 0) return;
-  int flags = 0;
-  if (::ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_IMMUTABLE_FL) != 0) {
-    flags &= ~FS_IMMUTABLE_FL;
-    ::ioctl(descriptor, FS_IOC_SETFLAGS, &flags);
-  }
-  ::close(descriptor);
-}
-
-void removeTree(const std::string& root) {
-  std::error_code ignored;
-  if (fs::remove_all(root, ignored); !ignored) return;
-  for (const auto& entry : fs::recursive_directory_iterator(
-           root, fs::directory_options::skip_permission_denied, ignored)) {
-    if (entry.is_symlink()) continue;
-    clearImmutableFlag(entry.path());
-  }
-  fs::remove_all(root, ignored);
-}
-
 void mountOver(const std::string& source, const std::string& target) {
   check(::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0,
         "bind " + source + " over " + target);
@@ -76,6 +51,7 @@ Sandbox::Sandbox() {
   std::string name = (fs::canonical(fs::temp_directory_path()) / "qv-test-XXXXXX").string();
   check(::mkdtemp(name.data()) != nullptr, "mkdtemp " + name);
   root_ = name;
+  janitor_ = std::make_unique<Janitor>(root_);
   check(::chmod(root_.c_str(), 0755) == 0, "chmod " + root_);
   ::setenv("TMPDIR", makeDirectory("tmp").c_str(), 1);
   check(::chmod(path("tmp").c_str(), 01777) == 0, "chmod tmp");
@@ -83,10 +59,6 @@ Sandbox::Sandbox() {
     ::unsetenv(variable);
   }
   setHome(makeDirectory("home/tester"));
-}
-
-Sandbox::~Sandbox() {
-  removeTree(root_);
 }
 
 void Sandbox::setHome(const std::string& home) {
@@ -127,7 +99,7 @@ void Sandbox::simulateMachine() {
   check(::unshare(CLONE_NEWNS) == 0, "unshare");
   check(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
 
-  fs::copy("/etc", path("etc"), fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  overlay("/etc", path("etc"));
   for (const char* user : {kConsoleUser, kOtherUser}) {
     const std::string id = std::to_string(idOf(user));
     const std::string name = user;
@@ -138,11 +110,18 @@ void Sandbox::simulateMachine() {
   mountOver(path("etc"), "/etc");
   mountOver(makeDirectory("root"), "/root");
   mountOver(makeDirectory("run/systemd"), "/run/systemd");
-  makeDirectory("var-lib/work");
-  const std::string overlay = "lowerdir=/var/lib,upperdir=" + makeDirectory("var-lib/upper") +
-                              ",workdir=" + path("var-lib/work");
-  check(::mount("overlay", "/var/lib", "overlay", 0, overlay.c_str()) == 0, "overlay /var/lib");
+  overlay("/var/lib", "/var/lib");
   setHome("/root");
+}
+
+// Shows at `target` what `lower` holds; changes stay in the scratch directory.
+void Sandbox::overlay(const std::string& lower, const std::string& target) const {
+  const std::string scratch = "overlay" + lower;
+  fs::create_directories(target);
+  const std::string options = "lowerdir=" + lower +
+                              ",upperdir=" + makeDirectory(scratch + "/upper") +
+                              ",workdir=" + makeDirectory(scratch + "/work");
+  check(::mount("overlay", target.c_str(), "overlay", 0, options.c_str()) == 0, "overlay " + lower);
 }
 
 void Sandbox::setConsoleUser(std::string_view user) const {

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
+
+#include "tests/support/Janitor.h"
 
 namespace test {
 
@@ -21,8 +24,9 @@ class Sandbox {
   // Makes the scratch directory, with HOME, TMPDIR and the XDG variables in it, and removes
   // DISPLAY, WAYLAND_DISPLAY and DBUS_SESSION_BUS_ADDRESS from the environment.
   Sandbox();
-  // Removes the scratch directory with everything in it, immutable files too.
-  ~Sandbox();
+  // Removes the scratch directory with everything in it, immutable files too, also when the test
+  // has given up root.
+  ~Sandbox() = default;
   Sandbox(const Sandbox&) = delete;
   Sandbox& operator=(const Sandbox&) = delete;
 
@@ -59,9 +63,11 @@ class Sandbox {
 
  private:
   void setHome(const std::string& home);
+  void overlay(const std::string& lower, const std::string& target) const;
 
   std::string root_;
   std::string home_;
+  std::unique_ptr<Janitor> janitor_;
 };
 
 // The whole of a file; "" when it cannot be read.
