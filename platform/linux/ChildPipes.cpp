@@ -24,9 +24,9 @@ std::system_error systemError(const char* what) {
   return std::system_error(errno, std::generic_category(), what);
 }
 
-Descriptor aboveStandardEnds(Descriptor descriptor) {
+FileDescriptor aboveStandardEnds(FileDescriptor descriptor) {
   if (descriptor.get() > STDERR_FILENO) return descriptor;
-  Descriptor lifted(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  FileDescriptor lifted(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   if (!lifted) throw systemError("pipe");
   return lifted;
 }
@@ -54,20 +54,20 @@ class ReadingEnd : public Pipe {
 PipeEnds::PipeEnds() {
   int numbers[2];
   if (::pipe2(numbers, O_CLOEXEC) != 0) throw systemError("pipe");
-  reading = Descriptor(numbers[0]);
-  writing = Descriptor(numbers[1]);
+  reading = FileDescriptor(numbers[0]);
+  writing = FileDescriptor(numbers[1]);
   reading = aboveStandardEnds(std::move(reading));
   writing = aboveStandardEnds(std::move(writing));
 }
 
-std::shared_ptr<Pipe> ChildPipes::adopt(Stream stream, Descriptor readingEnd) {
+std::shared_ptr<Pipe> ChildPipes::adopt(Stream stream, FileDescriptor readingEnd) {
   ::fcntl(readingEnd.get(), F_SETFL, O_NONBLOCK);
   // Refused where the user's share of pipe memory is used up; the pipe then stays as it is.
   ::fcntl(readingEnd.get(), F_SETPIPE_SZ, kPipeCapacity);
-  Descriptor closing(::eventfd(0, EFD_CLOEXEC));
+  FileDescriptor closing(::eventfd(0, EFD_CLOEXEC));
   if (!closing) throw systemError("eventfd");
-  ends_[stream].descriptor = std::make_shared<Descriptor>(std::move(readingEnd));
-  ends_[stream].closing = std::make_shared<Descriptor>(std::move(closing));
+  ends_[stream].descriptor = std::make_shared<FileDescriptor>(std::move(readingEnd));
+  ends_[stream].closing = std::make_shared<FileDescriptor>(std::move(closing));
   return std::make_shared<ReadingEnd>(shared_from_this(), stream);
 }
 

@@ -8,7 +8,7 @@
 
 #include "platform/Task.h"
 #include "platform/linux/ChildProcess.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace platform {
 
@@ -18,8 +18,8 @@ struct PipeEnds {
   // Throws std::system_error.
   PipeEnds();
 
-  Descriptor reading;
-  Descriptor writing;
+  FileDescriptor reading;
+  FileDescriptor writing;
 };
 
 // Our ends of a child's standard output and error. They stand together because reading one takes
@@ -32,7 +32,7 @@ class ChildPipes : public std::enable_shared_from_this<ChildPipes> {
   void setChild(std::shared_ptr<ChildHandle> child) { child_ = std::move(child); }
   // Takes over a reading end and answers it as the Pipe that callers see. Throws
   // std::system_error.
-  std::shared_ptr<Pipe> adopt(Stream stream, Descriptor readingEnd);
+  std::shared_ptr<Pipe> adopt(Stream stream, FileDescriptor readingEnd);
 
   // What Pipe promises.
   std::size_t appendAvailableData(Stream stream, Data& data);
@@ -41,9 +41,9 @@ class ChildPipes : public std::enable_shared_from_this<ChildPipes> {
  private:
   struct End {
     // Shared with a reader that waits for it, so that its number is not reused under the reader.
-    std::shared_ptr<Descriptor> descriptor;
+    std::shared_ptr<FileDescriptor> descriptor;
     // An eventfd that ends the reader's wait when the end is closed.
-    std::shared_ptr<Descriptor> closing;
+    std::shared_ptr<FileDescriptor> closing;
     // What was taken while somebody waited for the other stream.
     Data pending;
     bool atEnd = false;

@@ -34,7 +34,7 @@ class Reaper {
  private:
   // Without a thread now, the next child's tries again.
   void start() {
-    if (!wake_) wake_ = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!wake_) wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     sigset_t all;
     sigset_t before;
     ::sigfillset(&all);
@@ -79,7 +79,7 @@ class Reaper {
   std::mutex mutex_;
   std::vector<std::shared_ptr<ChildHandle>> children_;
   bool working_ = false;
-  Descriptor wake_;
+  FileDescriptor wake_;
 };
 
 }  // namespace

@@ -74,7 +74,7 @@ class LinuxTask : public Task {
   ChildProgram program() const;
   std::shared_ptr<ChildProcess> started(ChildProgram program);
   // Makes the pipe for one end; answers the child's side of it.
-  Descriptor connect(std::size_t end, ChildPipes& pipes);
+  FileDescriptor connect(std::size_t end, ChildPipes& pipes);
   std::string whyNotStarted(const std::error_code& error) const;
 
   std::string launchPath_;
@@ -86,7 +86,7 @@ class LinuxTask : public Task {
   // Output, error.
   std::array<std::shared_ptr<Pipe>, 2> readingEnds_;
   // Never written to: the program finds its input open and empty.
-  Descriptor inputPipe_;
+  FileDescriptor inputPipe_;
 
   // Guards child_, which is null before the launch and never changes after it.
   std::mutex mutex_;
@@ -94,10 +94,8 @@ class LinuxTask : public Task {
 };
 
 ChildProgram LinuxTask::program() const {
-  ToolInvocation invocation = resolvedTool(launchPath_, arguments_);
-  ChildProgram program = {.path = std::move(invocation.path),
-                          .arguments = std::move(invocation.arguments),
-                          .environment = std::nullopt};
+  ChildProgram program = {
+      .path = resolvedTool(launchPath_), .arguments = arguments_, .environment = std::nullopt};
   program.arguments.insert(program.arguments.begin(), program.path);
   if (environment_) program.environment = assignments(*environment_);
   std::ranges::for_each(program.arguments, refuseNullCharacter);
@@ -105,7 +103,7 @@ ChildProgram LinuxTask::program() const {
   return program;
 }
 
-Descriptor LinuxTask::connect(std::size_t end, ChildPipes& pipes) {
+FileDescriptor LinuxTask::connect(std::size_t end, ChildPipes& pipes) {
   PipeEnds ends;
   if (end == 0) {
     inputPipe_ = std::move(ends.writing);
@@ -118,7 +116,7 @@ Descriptor LinuxTask::connect(std::size_t end, ChildPipes& pipes) {
 
 std::shared_ptr<ChildProcess> LinuxTask::started(ChildProgram program) {
   const auto pipes = std::make_shared<ChildPipes>();
-  std::array<Descriptor, 3> childsEnds;
+  std::array<FileDescriptor, 3> childsEnds;
   for (std::size_t end = 0; end < ends_.size(); ++end) {
     if (ends_[end] == End::nullDevice) program.ends[end] = ChildProgram::kNullDevice;
     if (ends_[end] != End::pipe) continue;
@@ -168,7 +166,7 @@ std::shared_ptr<Task> Task::create() {
 
 // static
 bool Task::canLaunch(const std::string& launchPath) {
-  return ::access(resolvedTool(launchPath, {}).path.c_str(), X_OK) == 0;
+  return ::access(resolvedTool(launchPath).c_str(), X_OK) == 0;
 }
 
 }  // namespace platform

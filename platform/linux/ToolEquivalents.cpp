@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <optional>
 #include <string_view>
+
+#include "platform/Bundle.h"
 
 namespace platform {
 namespace {
@@ -11,18 +14,27 @@ bool exists(const std::string& path) {
   return ::access(path.c_str(), F_OK) == 0;
 }
 
-constexpr std::string_view kChownPlaces[] = {"/usr/bin/chown", "/bin/chown"};
+// Programs of the system are looked for where root alone can put one.
+std::optional<std::string> systemProgram(std::string_view name) {
+  for (const std::string_view folder : {"/usr/bin/", "/bin/"}) {
+    std::string path = std::string(folder).append(name);
+    if (exists(path)) return path;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> equivalent(const std::string& namedPath) {
+  // Its "detach PATH [-force]"; nothing else of it is known here.
+  if (namedPath == "/usr/bin/hdiutil") return Bundle::main().auxiliaryPath("followup");
+  if (namedPath == "/usr/sbin/chown") return systemProgram("chown");
+  return std::nullopt;
+}
 
 }  // namespace
 
-ToolInvocation resolvedTool(const std::string& namedPath,
-                            const std::vector<std::string>& arguments) {
-  if (namedPath == "/usr/sbin/chown" && !exists(namedPath)) {
-    for (const std::string_view place : kChownPlaces) {
-      if (exists(std::string(place))) return {std::string(place), arguments};
-    }
-  }
-  return {namedPath, arguments};
+std::string resolvedTool(const std::string& namedPath) {
+  if (exists(namedPath)) return namedPath;
+  return equivalent(namedPath).value_or(namedPath);
 }
 
 }  // namespace platform
