@@ -11,5 +11,14 @@ using Arguments = std::vector<std::string>;
 
 // The command line was wrong.
 inline constexpr int kUsageError = 64;
+// What was asked for could not be done; standard error says why.
+inline constexpr int kFailure = 1;
+
+// detach PATH [-force]: unmounts what is mounted at the absolute PATH, which must itself be a mount
+// point and never "/"; a link to one is not. While it is busy, -force tries again until it is not,
+// or until this program is ended by a signal; without -force that is a failure. Nothing is ever
+// unmounted lazily: what somebody reads from the image stays readable. A loop device is freed by
+// the kernel.
+int detach(const Arguments& arguments);
 
 }  // namespace followup

@@ -13,7 +13,7 @@ struct Verb {
 };
 
 // One line a verb, in the order of their names.
-const std::vector<Verb> verbs = {};
+const std::vector<Verb> verbs = {{"detach", followup::detach}};
 
 int usage() {
   std::fputs("usage: followup VERB [ARGUMENT ...]\nVerbs:\n", stderr);

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <istream>
+#include <string>
+#include <string_view>
+
+namespace followup {
+
+// A path as proc(5) writes it in its mount tables, with white space and backslashes as three octal
+// digits, read back. What is no such escape is kept.
+std::string unescaped(std::string_view field);
+
+// Whether something is mounted at exactly `path` according to a table in the form of
+// /proc/self/mountinfo.
+bool isMountPoint(const std::string& path, std::istream& mountInfo);
+
+}  // namespace followup
