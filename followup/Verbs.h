@@ -21,4 +21,11 @@ inline constexpr int kFailure = 1;
 // the kernel.
 int detach(const Arguments& arguments);
 
+// open-file PATH: opens a file with the person's default application.
+int openFile(const Arguments& arguments);
+// open-file-with IDENTIFIER PATH: opens a file with the application of an identifier.
+int openFileWith(const Arguments& arguments);
+// start PROGRAM [ARGUMENT ...]: starts a program as the person, see Start.h, and leaves it running.
+int start(const Arguments& arguments);
+
 }  // namespace followup

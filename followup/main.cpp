@@ -13,7 +13,12 @@ struct Verb {
 };
 
 // One line a verb, in the order of their names.
-const std::vector<Verb> verbs = {{"detach", followup::detach}};
+const std::vector<Verb> verbs = {
+    {"detach", followup::detach},
+    {"open-file", followup::openFile},
+    {"open-file-with", followup::openFileWith},
+    {"start", followup::start},
+};
 
 int usage() {
   std::fputs("usage: followup VERB [ARGUMENT ...]\nVerbs:\n", stderr);

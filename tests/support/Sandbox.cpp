@@ -110,6 +110,7 @@ void Sandbox::simulateMachine() {
   mountOver(path("etc"), "/etc");
   mountOver(makeDirectory("root"), "/root");
   mountOver(makeDirectory("run/systemd"), "/run/systemd");
+  mountOver(makeDirectory("usr-local-share"), "/usr/local/share");
   overlay("/var/lib", "/var/lib");
   setHome("/root");
 }

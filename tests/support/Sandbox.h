@@ -49,7 +49,8 @@ class Sandbox {
   static constexpr char kNeedsRoot[] = "needs root, for a private mount namespace";
 
   // Enters a private mount namespace with: a user database with both people; /root,
-  // /run/systemd and /var/lib of the sandbox's own; nobody at the console; HOME at /root.
+  // /run/systemd, /usr/local/share and /var/lib of the sandbox's own; nobody at the console; HOME
+  // at /root.
   void simulateMachine();
   // Puts a person at the console, or nobody. After simulateMachine.
   void setConsoleUser(std::string_view user) const;
