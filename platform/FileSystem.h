@@ -62,16 +62,43 @@ std::optional<std::vector<Entry>> entries(const std::string& path);
 // of the folder that it is made in.
 Status createDirectory(const std::string& path);
 
-// Copies an item, recursively, to the full new path, whose parent must exist. Everything is kept:
-// links as links, hard-link groups, modes, owners where allowed, times, extended attributes. Fails
-// when something exists at the destination; a failed copy leaves nothing behind.
-Status copy(const std::string& source, const std::string& destination);
+// Follows one copy. The functions are called from several threads at once and must not block for
+// long.
+class CopyObserver {
+ public:
+  virtual ~CopyObserver() = default;
+  // So many more bytes of files' contents were copied; holes are not counted.
+  virtual void bytesCopied(std::uint64_t bytes) = 0;
+  // One more item, a directory or anything else, is complete.
+  virtual void itemCopied() = 0;
+  // Asked before each item and every few megabytes: true ends the copy, which fails with the code
+  // of a cancelled operation (ECANCELED) and leaves nothing behind.
+  virtual bool isCancelled() = 0;
+};
+
+// Copies an item, recursively, to the full new path, whose parent must exist. Everything is kept
+// that the other file system and the user's rights can keep: links as links, hard-link groups,
+// permissions, owners, times to the nanosecond, extended attributes, access lists, holes in files,
+// empty folders, pipes, sockets and devices; not the immutable flag. Mounted file systems below the
+// source are copied with it.
+//
+// The copy grows under a hidden name beside the destination, closed to others, and gets its name
+// when it is complete: it fails when something exists there, never merges, and a failed copy leaves
+// nothing behind. (A killed process leaves the hidden ".copying-..." item.) An item that is removed
+// or shortened while it is copied fails the whole copy; what is appended meanwhile is left out.
+// Uses all processors; at most 16 MB of memory however large the tree is, nothing for each
+// hard-linked file, and a bounded number of open files. `observer` may be null.
+Status copy(const std::string& source, const std::string& destination,
+            CopyObserver* observer = nullptr);
 
 // Moves an item to the full new path. Fails when something else exists there; a move onto itself
-// succeeds. Across file systems it copies whole, syncs, and only then removes the source.
+// succeeds. Within a file system it is one step. Across file systems the item is copied whole under
+// a hidden name, written to the disk, taken out of its folder and put in its new place before what
+// it was is removed: whenever it ends, one of the two places holds all of it.
 Status move(const std::string& source, const std::string& destination);
 
-// Removes an item, recursively; follows no link.
+// Removes an item, recursively; follows no link. Stops at the first item that cannot be removed,
+// and never goes into a file system that is mounted below it.
 Status remove(const std::string& path);
 
 // Writes `contents` beside `path` and renames it into place, so that a reader sees the old file or

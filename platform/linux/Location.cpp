@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "platform/FileSystem.h"
 #include "platform/Path.h"
 
 namespace platform {
@@ -26,6 +27,11 @@ bool isSameLocation(const Location& one, const Location& other) {
   return one.name == other.name && ::fstat(one.descriptor(), &first) == 0 &&
          ::fstat(other.descriptor(), &second) == 0 && first.st_dev == second.st_dev &&
          first.st_ino == second.st_ino;
+}
+
+std::string pathOf(int folder, const std::string& name) {
+  const auto path = file_system::symbolicLinkTarget("/proc/self/fd/" + std::to_string(folder));
+  return path ? path::appending(*path, name) : name;
 }
 
 }  // namespace platform

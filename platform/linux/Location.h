@@ -24,4 +24,7 @@ Location locate(const std::string& path);
 // Whether both are the same name in the same folder.
 bool isSameLocation(const Location& one, const Location& other);
 
+// The present path of `name` in an open folder, for messages; only the name when it has none.
+std::string pathOf(int folder, const std::string& name);
+
 }  // namespace platform

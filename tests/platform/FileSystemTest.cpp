@@ -164,35 +164,6 @@ TEST_F(FileSystemTest, ReadingAPipeOrADirectoryDoesNotHang) {
   EXPECT_FALSE(fs::read(sandbox_.path("missing")));
 }
 
-TEST_F(FileSystemTest, AMoveRefusesAnExistingItemAndLeavesBoth) {
-  const std::string from = sandbox_.makeFile("from", "1");
-  const std::string to = sandbox_.makeFile("to", "2");
-  EXPECT_EQ(fs::move(from, to).code(), EEXIST);
-  EXPECT_EQ(fs::move(from, sandbox_.makeDirectory("empty")).code(), EEXIST);
-  create_symlink("nowhere", sandbox_.path("dangling"));
-  EXPECT_EQ(fs::move(from, sandbox_.path("dangling")).code(), EEXIST);
-  EXPECT_EQ(readFile(from), "1");
-  EXPECT_EQ(readFile(to), "2");
-}
-
-TEST_F(FileSystemTest, AMoveOntoItselfSucceeds) {
-  const std::string file = sandbox_.makeFile("file", "1");
-  EXPECT_TRUE(fs::move(file, file).ok());
-  EXPECT_TRUE(fs::move(file, sandbox_.path("./file")).ok());
-  EXPECT_EQ(readFile(file), "1");
-  EXPECT_EQ(fs::move(sandbox_.path("missing"), sandbox_.path("missing")).code(), ENOENT);
-}
-
-TEST_F(FileSystemTest, AMoveTakesALinkItselfAndAFolderWhole) {
-  sandbox_.makeFile("A.app/Contents/file", "x");
-  create_symlink("A.app", sandbox_.path("link"));
-  EXPECT_TRUE(fs::move(sandbox_.path("link"), sandbox_.path("moved")).ok());
-  EXPECT_THAT(fs::symbolicLinkTarget(sandbox_.path("moved")), Optional(std::string("A.app")));
-  EXPECT_TRUE(fs::move(sandbox_.path("A.app/"), sandbox_.path("B.app/")).ok());
-  EXPECT_EQ(readFile(sandbox_.path("B.app/Contents/file")), "x");
-  EXPECT_EQ(fs::move(sandbox_.path("B.app"), sandbox_.path("B.app/Contents/in")).code(), EINVAL);
-}
-
 TEST_F(FileSystemTest, WhatTheSuperuserMakesInTheConsoleUsersHomeBelongsToThatUser) {
   if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
   sandbox_.simulateMachine();

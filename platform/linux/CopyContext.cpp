@@ -1,0 +1,60 @@
+#include "platform/linux/CopyContext.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
+
+#include "platform/linux/Location.h"
+#include "platform/linux/SystemError.h"
+
+namespace platform {
+namespace {
+
+// umask(2) can only be read by setting it, which other threads would notice. When it cannot be
+// read, every mode is set explicitly.
+mode_t currentCreationMask() {
+  constexpr std::string_view kKey = "\nUmask:\t";
+  const std::string status = file_system::read("/proc/self/status").value_or("");
+  const std::size_t found = status.find(kKey);
+  if (found == std::string::npos) return 0777;
+  return static_cast<mode_t>(std::strtoul(status.c_str() + found + kKey.size(), nullptr, 8));
+}
+
+}  // namespace
+
+CopyContext::CopyContext(file_system::CopyObserver* observer)
+    : observer_(observer), creationMask_(currentCreationMask()), superuser_(::geteuid() == 0) {}
+
+bool CopyContext::stopped() {
+  if (observer_ != nullptr && !stopped_ && observer_->isCancelled()) {
+    fail(statusFromErrno(ECANCELED));
+  }
+  return stopped_;
+}
+
+bool CopyContext::fail(int error, int folder, const std::string& name) {
+  return fail(statusFromErrno(error, pathOf(folder, name)));
+}
+
+bool CopyContext::fail(Status failure) {
+  const std::lock_guard lock(mutex_);
+  if (failure_.ok()) failure_ = std::move(failure);
+  stopped_ = true;
+  return false;
+}
+
+Status CopyContext::result() const {
+  const std::lock_guard lock(mutex_);
+  return failure_;
+}
+
+void CopyContext::countBytes(std::uint64_t bytes) {
+  if (observer_ != nullptr) observer_->bytesCopied(bytes);
+}
+
+void CopyContext::countItem() {
+  if (observer_ != nullptr) observer_->itemCopied();
+}
+
+}  // namespace platform

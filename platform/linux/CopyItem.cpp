@@ -1,0 +1,102 @@
+#include "platform/linux/CopyItem.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/linux/CopyEntry.h"
+#include "platform/linux/CopyTree.h"
+#include "platform/linux/ExclusiveRename.h"
+#include "platform/linux/RemoveTree.h"
+#include "platform/linux/SystemError.h"
+#include "platform/linux/TemporaryName.h"
+
+namespace platform {
+namespace {
+
+bool isSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+// Whether `folder` is the directory `item` or somewhere below it.
+bool isWithin(int folder, const struct stat& item) {
+  FileDescriptor current(::openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  struct stat status {};
+  while (current && ::fstat(current.get(), &status) == 0) {
+    if (isSame(status, item)) return true;
+    FileDescriptor parent(::openat(current.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat above {};
+    if (!parent || ::fstat(parent.get(), &above) != 0 || isSame(above, status)) return false;
+    current = std::move(parent);
+  }
+  return false;
+}
+
+}  // namespace
+
+StagedCopy::StagedCopy(const Location& source, const Location& target,
+                       file_system::CopyObserver* observer)
+    : target_(target), status_(copy(source, observer)) {}
+
+StagedCopy::~StagedCopy() {
+  if (staged_ && !inPlace_) static_cast<void>(removeTree(staged_, LockedFolders::open).ok());
+}
+
+Status StagedCopy::copy(const Location& source, file_system::CopyObserver* observer) {
+  struct stat item {};
+  struct stat taken {};
+  if (::fstatat(source.descriptor(), source.name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
+    return statusFromErrno(errno, pathOf(source.descriptor(), source.name));
+  }
+  const std::string destination = pathOf(target_.descriptor(), target_.name);
+  if (::fstatat(target_.descriptor(), target_.name.c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
+    return statusFromErrno(EEXIST, destination);
+  }
+  if (S_ISDIR(item.st_mode) && isWithin(target_.descriptor(), item)) {
+    return statusFromErrno(EINVAL, destination);
+  }
+  staged_.name = temporaryName("copying");
+  staged_.folder.reset(::fcntl(target_.descriptor(), F_DUPFD_CLOEXEC, 0));
+  if (!staged_) return statusFromErrno(errno, destination);
+
+  CopyContext context(observer);
+  if (S_ISDIR(item.st_mode)) {
+    copyTree(source, staged_, context);
+  } else {
+    copyEntry({S_ISREG(item.st_mode), source.descriptor(), source.name, staged_.descriptor(),
+               staged_.name},
+              context, nullptr, nullptr);
+  }
+  return context.result();
+}
+
+Status StagedCopy::sync() const {
+  const FileDescriptor folder(
+      ::openat(staged_.descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder && ::syncfs(folder.get()) == 0 ? Status() : statusFromErrno(errno);
+}
+
+Status StagedCopy::putInPlace() {
+  const int error = renameExclusively(staged_, target_);
+  if (error != 0) return statusFromErrno(error, pathOf(target_.descriptor(), target_.name));
+  inPlace_ = true;
+  return {};
+}
+
+void StagedCopy::takeBack() {
+  if (inPlace_ && renameExclusively(target_, staged_) == 0) inPlace_ = false;
+}
+
+namespace file_system {
+
+Status copy(const std::string& source, const std::string& destination, CopyObserver* observer) {
+  const Location from = locate(source);
+  if (!from) return statusFromErrno(errno, source);
+  const Location to = locate(destination);
+  if (!to) return statusFromErrno(errno, destination);
+  StagedCopy staged(from, to, observer);
+  return staged.status().ok() ? staged.putInPlace() : staged.status();
+}
+
+}  // namespace file_system
+}  // namespace platform

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "platform/linux/CopyContext.h"
+#include "platform/linux/Location.h"
+
+namespace platform {
+
+// An item that has been copied whole, under a hidden name beside the place where it is to be. It is
+// removed again unless it gets its name.
+class StagedCopy {
+ public:
+  // Copies `source` beside `target`; look at status() before anything else. Refuses when an item
+  // has the target's name already.
+  StagedCopy(const Location& source, const Location& target, file_system::CopyObserver* observer);
+  ~StagedCopy();
+  StagedCopy(const StagedCopy&) = delete;
+  StagedCopy& operator=(const StagedCopy&) = delete;
+
+  const Status& status() const noexcept { return status_; }
+  // Writes the copy to the disk.
+  Status sync() const;
+  // Gives it its name; fails when that is taken by now.
+  Status putInPlace();
+  // Undoes that: the copy is removed after all.
+  void takeBack();
+
+ private:
+  Status copy(const Location& source, file_system::CopyObserver* observer);
+
+  const Location& target_;
+  Location staged_;
+  bool inPlace_ = false;
+  Status status_;
+};
+
+}  // namespace platform
