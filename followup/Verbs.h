@@ -25,6 +25,9 @@ int detach(const Arguments& arguments);
 int openFile(const Arguments& arguments);
 // open-file-with IDENTIFIER PATH: opens a file with the application of an identifier.
 int openFileWith(const Arguments& arguments);
+// remote: speaks to an object on the person's session bus for a process that may not, asked by
+// messages on standard input, see platform/linux/RemoteWire.h; ends when they do.
+int remote(const Arguments& arguments);
 // start PROGRAM [ARGUMENT ...]: starts a program as the person, see Start.h, and leaves it running.
 int start(const Arguments& arguments);
 

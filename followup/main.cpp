@@ -17,6 +17,7 @@ const std::vector<Verb> verbs = {
     {"detach", followup::detach},
     {"open-file", followup::openFile},
     {"open-file-with", followup::openFileWith},
+    {"remote", followup::remote},
     {"start", followup::start},
 };
 
