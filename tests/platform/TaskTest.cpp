@@ -397,14 +397,15 @@ TEST(TaskTest, AProgramThatWritesIntoAClosedPipeIsEndedByTheSystem) {
 
 TEST(TaskTest, AProgramWhoseTaskIsDroppedGoesOnAndIsCollected) {
   const test::Sandbox sandbox;
+  const std::size_t before = test::children();
   for (const char* name : {"one", "two", "three"}) {
     probe({"wait-for-file", sandbox.path(name)})->launch();
   }
-  EXPECT_TRUE(test::hasChildren());
+  EXPECT_EQ(test::children(), before + 3);
   sandbox.makeFile("two");
   sandbox.makeFile("one");
   sandbox.makeFile("three");
-  EXPECT_TRUE(waitFor([] { return !test::hasChildren(); }));
+  EXPECT_TRUE(waitFor([&] { return test::children() == before; }));
   EXPECT_TRUE(waitFor([] { return test::threads() == 1; }));
 }
 
@@ -434,7 +435,7 @@ TEST(TaskTest, RunsLeaveNoDescriptorThreadOrZombieBehind) {
       task->launch();
     });
   }
-  EXPECT_TRUE(waitFor([] { return !test::hasChildren() && test::threads() == 1; }));
+  EXPECT_TRUE(waitFor([] { return test::children() == 0 && test::threads() == 1; }));
   // The reaper's wake-up call stays for the next time.
   EXPECT_LE(test::openDescriptors(), before + 1);
 }

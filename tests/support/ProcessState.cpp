@@ -1,9 +1,13 @@
 #include "tests/support/ProcessState.h"
 
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iterator>
+#include <optional>
+#include <sstream>
+#include <string>
 
 namespace test {
 namespace {
@@ -11,6 +15,27 @@ namespace {
 std::size_t entries(const char* directory) {
   const std::filesystem::directory_iterator begin(directory);
   return static_cast<std::size_t>(std::distance(begin, {}));
+}
+
+bool isNumber(const std::string& text) {
+  return text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// proc(5): the process id, the name in parentheses, the state, the parent. None for what is no
+// process, or no longer one.
+std::optional<pid_t> parentOf(const std::filesystem::path& process) {
+  if (!isNumber(process.filename())) return std::nullopt;
+  // A stream, because a process may be gone by the time it is read.
+  std::ifstream file(process / "stat");
+  std::string stat;
+  std::getline(file, stat);
+  const std::size_t name = stat.rfind(')');
+  if (name == std::string::npos) return std::nullopt;
+  std::istringstream fields(stat.substr(name + 1));
+  std::string state;
+  pid_t parent = 0;
+  fields >> state >> parent;
+  return parent;
 }
 
 }  // namespace
@@ -24,9 +49,12 @@ std::size_t threads() {
   return entries("/proc/self/task");
 }
 
-bool hasChildren() {
-  siginfo_t info = {};
-  return ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+std::size_t children() {
+  std::size_t count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    if (parentOf(entry.path()) == ::getpid()) ++count;
+  }
+  return count;
 }
 
 }  // namespace test

@@ -9,7 +9,7 @@ namespace test {
 std::size_t openDescriptors();
 std::size_t threads();
 
-// Whether this process has a child, running or not collected.
-bool hasChildren();
+// Children of this process, running or not collected.
+std::size_t children();
 
 }  // namespace test
