@@ -1,0 +1,110 @@
+#include "elevator/Jobs.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "elevator/NamedPaths.h"
+#include "elevator/Spawn.h"
+
+namespace elevator {
+
+// static
+std::size_t Jobs::bytesOf(const Job& job) {
+  std::size_t bytes = 0;
+  for (const std::string& word : job.words) bytes += word.size() + sizeof word;
+  return bytes;
+}
+
+bool Jobs::hasRoomFor(const Job& job) const {
+  return jobs_.size() - running_ < kMostWaiting && waitingBytes_ + bytesOf(job) < kMostWaitingBytes;
+}
+
+int Jobs::add(Job job) {
+  job.paths = namedPaths({job.words.begin() + 1, job.words.end()});
+  job.blockers = static_cast<std::size_t>(std::ranges::count_if(
+      jobs_, [&job](const Job& earlier) { return overlap(job.paths, earlier.paths); }));
+  if (job.blockers == 0 && running_ < kMostRunning) {
+    const int status = start(job);
+    if (status != 0) return status;
+    ++running_;
+  } else {
+    waitingBytes_ += bytesOf(job);
+  }
+  jobs_.push_back(std::move(job));
+  return 0;
+}
+
+int Jobs::start(Job& job) {
+  const int status = spawn(job.tool, job.words, job.output, job.process);
+  if (status == 0) {
+    syslog(LOG_NOTICE, "runs %s", job.words.front().c_str());
+  } else {
+    syslog(LOG_ERR, "cannot run %s: %s", job.words.front().c_str(), std::strerror(status));
+  }
+  // Only the tool writes there: the reader must see the end when the tool ends.
+  job.output = Descriptor();
+  job.tool.file = Descriptor();
+  return status;
+}
+
+void Jobs::finish(int process) {
+  const auto job = std::ranges::find_if(
+      jobs_, [process](const Job& each) { return each.process.get() == process; });
+  if (job == jobs_.end()) return;
+  --running_;
+  remove(job, collect(job->process));
+  startWhatMay();
+}
+
+void Jobs::remove(Place job, int status) {
+  const TermStatus end = status;
+  // It fails only when the reader is gone, who needs no report.
+  if (job->report) [[maybe_unused]]
+    const ssize_t written = ::write(job->report.get(), &end, sizeof end);
+  for (auto later = std::next(job); later != jobs_.end(); ++later) {
+    if (overlap(later->paths, job->paths)) --later->blockers;
+  }
+  jobs_.erase(job);
+}
+
+void Jobs::startWhatMay() {
+  for (auto job = jobs_.begin(); job != jobs_.end() && running_ < kMostRunning;) {
+    const auto next = std::next(job);
+    if (!job->process && job->blockers == 0) {
+      waitingBytes_ -= bytesOf(*job);
+      if (start(*job) == 0) {
+        ++running_;
+      } else {
+        remove(job, -1);
+      }
+    }
+    job = next;
+  }
+}
+
+void Jobs::observe(const std::shared_ptr<Descriptor>& observer) {
+  for (Job& job : jobs_) job.observers.push_back(observer);
+}
+
+std::vector<int> Jobs::running() const {
+  std::vector<int> processes;
+  for (const Job& job : jobs_) {
+    if (job.process) processes.push_back(job.process.get());
+  }
+  return processes;
+}
+
+std::vector<int> Jobs::reports() const {
+  std::vector<int> pipes;
+  for (const Job& job : jobs_) {
+    if (job.report) pipes.push_back(job.report.get());
+    for (const auto& observer : job.observers) pipes.push_back(observer->get());
+  }
+  return pipes;
+}
+
+}  // namespace elevator

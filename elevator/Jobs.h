@@ -1,0 +1,70 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "elevator/Tool.h"
+#include "platform/linux/Descriptor.h"
+
+namespace elevator {
+
+using platform::Descriptor;
+
+// A command that was accepted.
+struct Job {
+  std::vector<std::string> words;
+  Tool tool;
+  // Where the standard output goes; nowhere when empty.
+  Descriptor output;
+  // Where the end is reported; nowhere when empty.
+  Descriptor report;
+  // Closed when nothing holds them any more: that is how observers learn of the end.
+  std::vector<std::shared_ptr<Descriptor>> observers;
+
+  std::vector<std::string> paths;
+  // Earlier jobs that name overlapping paths and have not ended.
+  std::size_t blockers = 0;
+  // Once it runs; readable when it has ended (pidfd_open(2)).
+  Descriptor process;
+};
+
+// The commands that have not ended, in the order in which they came. One that names a path of an
+// earlier one starts after that has ended; the others run beside each other, up to a limit.
+class Jobs {
+ public:
+  static constexpr std::size_t kMostRunning = 16;
+  static constexpr std::size_t kMostWaiting = 4096;
+  static constexpr std::size_t kMostWaitingBytes = 32U << 20;
+
+  bool hasRoomFor(const Job& job) const;
+  // Takes a job and starts it now if it may start; answers 0 or why it could not be started.
+  int add(Job job);
+  // Reports the end of the job whose process descriptor this is, and starts what waited for it.
+  void finish(int process);
+  // Lets `observer` be closed when all jobs of now have ended.
+  void observe(const std::shared_ptr<Descriptor>& observer);
+
+  bool hasWaiting() const { return running_ < jobs_.size(); }
+  // The process descriptors of the jobs that run.
+  std::vector<int> running() const;
+  // The pipes' ends that somebody may still be reading to learn of an end.
+  std::vector<int> reports() const;
+
+ private:
+  using Place = std::list<Job>::iterator;
+
+  static std::size_t bytesOf(const Job& job);
+  int start(Job& job);
+  void startWhatMay();
+  void remove(Place job, int status);
+
+  std::list<Job> jobs_;
+  std::size_t running_ = 0;
+  std::size_t waitingBytes_ = 0;
+};
+
+}  // namespace elevator

@@ -1,0 +1,154 @@
+#include "elevator/Server.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "elevator/Tool.h"
+
+namespace elevator {
+namespace {
+
+struct PipeEnds {
+  Descriptor reading;
+  Descriptor writing;
+};
+
+// Empty ends when the system has no more; errno says why.
+PipeEnds makePipe() {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return {};
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+bool hasReader(int pipe) {
+  pollfd entry{pipe, 0, 0};
+  return ::poll(&entry, 1, 0) == 0;
+}
+
+}  // namespace
+
+Server::Server(Descriptor firstChannel) {
+  channels_.push_back({std::move(firstChannel), 0});
+}
+
+void Server::run() {
+  while (hasReasonToStay()) waitForSomething();
+}
+
+bool Server::hasReasonToStay() const {
+  return !channels_.empty() || jobs_.hasWaiting() ||
+         std::ranges::any_of(jobs_.reports(), hasReader);
+}
+
+void Server::waitForSomething() {
+  std::vector<pollfd> entries;
+  for (const Channel& channel : channels_) entries.push_back({channel.socket.get(), POLLIN, 0});
+  for (const int process : jobs_.running()) entries.push_back({process, POLLIN, 0});
+  const std::size_t served = entries.size();
+  // That the last reader of a report has gone matters only when nothing else is left to stay for.
+  if (channels_.empty()) {
+    for (const int report : jobs_.reports()) entries.push_back({report, 0, 0});
+  }
+  if (::poll(entries.data(), entries.size(), -1) < 0) return;
+
+  const std::size_t channelCount = channels_.size();
+  for (std::size_t i = channelCount; i < served; ++i) {
+    if (entries[i].revents != 0) jobs_.finish(entries[i].fd);
+  }
+  // Backwards, so that what is removed or added moves none that is still to be looked at.
+  for (std::size_t i = channelCount; i-- > 0;) {
+    if (entries[i].revents == 0 || serve(channels_[i])) continue;
+    channels_.erase(channels_.begin() + static_cast<std::ptrdiff_t>(i));
+  }
+}
+
+bool Server::serve(Channel& channel) {
+  const Packet packet = receive(channel.socket.get(), 0);
+  if (packet.state == Packet::State::none) return true;
+  if (packet.state == Packet::State::broken) return false;
+  if (channel.peer == 0) channel.peer = packet.senderPid;
+  const auto request = parseRequest(packet.bytes);
+  if (!request || packet.senderPid != channel.peer) {
+    syslog(LOG_WARNING, "closes the channel of process %d after a packet from process %d",
+           channel.peer, packet.senderPid);
+    return false;
+  }
+  return reply(channel, *request);
+}
+
+bool Server::reply(const Channel& channel, const Request& request) {
+  // Answering may open a channel, which moves the others.
+  const int socket = channel.socket.get();
+  const Answer result = answer(request);
+  std::vector<int> numbers;
+  for (const Descriptor& descriptor : result.descriptors) numbers.push_back(descriptor.get());
+  // One who does not take the replies is not waited for.
+  return send(socket, encoded(Reply{request.id, result.status}), numbers);
+}
+
+Server::Answer Server::answer(const Request& request) {
+  switch (request.kind) {
+    case Kind::hello:
+      return {};
+    case Kind::run:
+    case Kind::runPiped:
+      return runCommand(request);
+    case Kind::newChannel:
+      return openChannel();
+    case Kind::observe:
+      return observe();
+  }
+  return {EINVAL, {}};
+}
+
+Server::Answer Server::runCommand(const Request& request) {
+  Job job;
+  job.words = request.words;
+  if (!jobs_.hasRoomFor(job)) return {EAGAIN, {}};
+  job.tool = openTool(job.words.front());
+  if (job.tool.status != 0) {
+    syslog(LOG_WARNING, "refuses to run %s", job.words.front().c_str());
+    return {job.tool.status, {}};
+  }
+  Answer result;
+  if (request.kind == Kind::runPiped) {
+    PipeEnds output = makePipe();
+    PipeEnds report = makePipe();
+    if (!output.reading || !report.reading) return {errno, {}};
+    job.output = std::move(output.writing);
+    job.report = std::move(report.writing);
+    result.descriptors.push_back(std::move(output.reading));
+    result.descriptors.push_back(std::move(report.reading));
+  }
+  result.status = jobs_.add(std::move(job));
+  if (result.status != 0) result.descriptors.clear();
+  return result;
+}
+
+Server::Answer Server::openChannel() {
+  if (channels_.size() == kMostChannels) return {EAGAIN, {}};
+  ChannelPair pair = makeChannel();
+  if (!pair.one) return {errno, {}};
+  Answer result;
+  result.descriptors.push_back(std::move(pair.other));
+  channels_.push_back({std::move(pair.one), 0});
+  return result;
+}
+
+Server::Answer Server::observe() {
+  PipeEnds pipe = makePipe();
+  if (!pipe.reading) return {errno, {}};
+  jobs_.observe(std::make_shared<Descriptor>(std::move(pipe.writing)));
+  Answer result;
+  result.descriptors.push_back(std::move(pipe.reading));
+  return result;
+}
+
+}  // namespace elevator

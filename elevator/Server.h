@@ -1,0 +1,53 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <vector>
+
+#include "elevator/Channel.h"
+#include "elevator/Jobs.h"
+#include "elevator/Messages.h"
+#include "platform/linux/Descriptor.h"
+
+namespace elevator {
+
+using platform::Descriptor;
+
+// Serves the channels, one packet after the other, on one thread.
+class Server {
+ public:
+  static constexpr std::size_t kMostChannels = 64;
+
+  explicit Server(Descriptor firstChannel);
+
+  // Returns when the last channel is closed, nothing waits to be started, and nobody is left who
+  // wants to hear how what runs ends. What runs goes on.
+  void run();
+
+ private:
+  struct Channel {
+    Descriptor socket;
+    // The one process that may use this channel: the one that used it first.
+    pid_t peer = 0;
+  };
+  // What goes back to the asker; what it holds is closed here once it has been sent.
+  struct Answer {
+    int status = 0;
+    std::vector<Descriptor> descriptors;
+  };
+
+  bool hasReasonToStay() const;
+  void waitForSomething();
+  // False when the channel is to be closed.
+  bool serve(Channel& channel);
+  bool reply(const Channel& channel, const Request& request);
+  Answer answer(const Request& request);
+  Answer runCommand(const Request& request);
+  Answer openChannel();
+  Answer observe();
+
+  std::vector<Channel> channels_;
+  Jobs jobs_;
+};
+
+}  // namespace elevator

@@ -1,0 +1,66 @@
+#include "platform/linux/Authenticator.h"
+
+#include <string.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <chrono>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "elevator/Channel.h"
+#include "platform/Path.h"
+#include "platform/ProcessInfo.h"
+
+namespace platform {
+namespace {
+
+constexpr std::chrono::seconds kReadyLimit(5);
+// PAM takes no more than this of either.
+constexpr std::size_t kLongest = 512;
+
+bool isUsable(const std::string& text) {
+  return text.size() < kLongest && text.find('\0') == std::string::npos;
+}
+
+// The two texts, each with a zero byte behind it.
+bool tell(const Descriptor& socket, const privilege::Credentials& credentials) {
+  std::string message = credentials.userName + '\0' + credentials.password + '\0';
+  const ssize_t sent = ::send(socket.get(), message.data(), message.size(), MSG_NOSIGNAL);
+  const bool whole = sent >= 0 && static_cast<std::size_t>(sent) == message.size();
+  ::explicit_bzero(message.data(), message.size());
+  return whole;
+}
+
+bool hearReady(const Descriptor& socket) {
+  std::array<char, 1> word{};
+  return elevator::waitReadable(socket.get(), kReadyLimit) &&
+         ::recv(socket.get(), word.data(), word.size(), MSG_DONTWAIT) == 1;
+}
+
+}  // namespace
+
+Authenticator::Authenticator(const privilege::Credentials& credentials) {
+  if (!isUsable(credentials.userName) || !isUsable(credentials.password)) return;
+  std::array<int, 2> ends{};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
+  socket_ = Descriptor(ends[0]);
+  ready_ = start(Descriptor(ends[1])) && tell(socket_, credentials) && hearReady(socket_);
+}
+
+bool Authenticator::start(const Descriptor& socket) {
+  ChildProgram program;
+  program.path = path::appending(path::deletingLastComponent(process_info::executablePath()), "authenticator");
+  program.arguments = {program.path};
+  program.environment = std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
+  program.ends = {socket.get(), ChildProgram::kNullDevice, ChildProgram::kNullDevice};
+  try {
+    program_ = std::make_unique<ChildProcess>(program);
+  } catch (const std::system_error&) {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace platform

@@ -1,0 +1,104 @@
+#include "platform/linux/ElevatorSession.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <utility>
+
+#include "elevator/Messages.h"
+#include "platform/linux/Authenticator.h"
+#include "platform/linux/ElevatorStart.h"
+
+namespace platform {
+namespace {
+
+using privilege::Execution;
+using privilege::Outcome;
+
+constexpr std::chrono::minutes kPersonLimit(5);
+// PAM lets those who gave a wrong password wait for some seconds.
+constexpr std::chrono::seconds kPasswordLimit(30);
+
+// Reads once, again after interruptions; 0 at the end and on a failure.
+std::size_t readSome(const Descriptor& pipe, std::span<std::byte> buffer) {
+  ssize_t size = 0;
+  do {
+    size = ::read(pipe.get(), buffer.data(), buffer.size());
+  } while (size < 0 && errno == EINTR);
+  return size > 0 ? static_cast<std::size_t>(size) : 0;
+}
+
+class ElevatedOutput : public privilege::ToolOutput {
+ public:
+  ElevatedOutput(Descriptor output, Descriptor report)
+      : output_(std::move(output)), report_(std::move(report)) {}
+
+  std::size_t read(std::span<std::byte> buffer) override { return readSome(output_, buffer); }
+
+  int terminationStatus() override {
+    if (!report_) return status_;
+    elevator::TermStatus status = 0;
+    const std::span<std::byte> bytes(reinterpret_cast<std::byte*>(&status), sizeof status);
+    if (readSome(report_, bytes) == sizeof status) status_ = status;
+    report_ = Descriptor();
+    return status_;
+  }
+
+ private:
+  Descriptor output_;
+  Descriptor report_;
+  int status_ = -1;
+};
+
+}  // namespace
+
+ElevatorSession::ElevatorSession(Descriptor ownEnd, Descriptor elevatorsEnd)
+    : channel_(std::move(ownEnd)), elevatorsEnd_(std::move(elevatorsEnd)) {}
+
+ElevatorSession::~ElevatorSession() {
+  end();
+}
+
+bool ElevatorSession::isAlive(std::chrono::milliseconds limit) {
+  const std::lock_guard lock(mutex_);
+  return channel_.sendHello() && channel_.takeAnswer(0, limit).status == 0;
+}
+
+Outcome ElevatorSession::askForRights() {
+  const std::lock_guard lock(mutex_);
+  return startElevator(channel_, std::move(elevatorsEnd_), Descriptor(), kPersonLimit, elevator_);
+}
+
+Outcome ElevatorSession::obtainRights(const privilege::Credentials& credentials) {
+  const std::lock_guard lock(mutex_);
+  const Authenticator authenticator(credentials);
+  if (!authenticator.isReady()) return Outcome::unavailable;
+  return startElevator(channel_, std::move(elevatorsEnd_), authenticator.gone(), kPasswordLimit,
+                       elevator_);
+}
+
+Execution ElevatorSession::execute(const std::string& tool,
+                                   const std::vector<std::string>& arguments,
+                                   privilege::Output output) {
+  const bool piped = output == privilege::Output::piped;
+  std::vector<std::string> words = {tool};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  const std::lock_guard lock(mutex_);
+  // Nobody is at the other end yet.
+  if (elevatorsEnd_) return {privilege::kSessionLost, nullptr};
+  auto answer = channel_.ask(piped ? elevator::Kind::runPiped : elevator::Kind::run,
+                             std::move(words), piped ? 2 : 0);
+  if (answer.status != 0 || !piped) return {answer.status, nullptr};
+  return {0, std::make_shared<ElevatedOutput>(std::move(answer.descriptors[0]),
+                                              std::move(answer.descriptors[1]))};
+}
+
+void ElevatorSession::end() {
+  const std::lock_guard lock(mutex_);
+  channel_.close();
+  elevatorsEnd_ = Descriptor();
+  elevator_.reset();
+}
+
+}  // namespace platform

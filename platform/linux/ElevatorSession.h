@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/Privilege.h"
+#include "platform/linux/ChildProcess.h"
+#include "platform/linux/Descriptor.h"
+#include "platform/linux/ElevatorChannel.h"
+
+namespace platform {
+
+// A session that is a channel to the elevator.
+class ElevatorSession : public privilege::Session {
+ public:
+  // `elevatorsEnd` is what the elevator will be started with; empty when it runs already.
+  ElevatorSession(Descriptor ownEnd, Descriptor elevatorsEnd);
+  ~ElevatorSession() override;
+
+  // Whether there is an elevator at the other end; blocks for at most `limit`.
+  bool isAlive(std::chrono::milliseconds limit);
+
+  privilege::Outcome askForRights() override;
+  privilege::Outcome obtainRights(const privilege::Credentials& credentials) override;
+  privilege::Execution execute(const std::string& tool, const std::vector<std::string>& arguments,
+                               privilege::Output output) override;
+  void end() override;
+
+ private:
+  // Guards everything below: a request and its reply belong together.
+  std::mutex mutex_;
+  ElevatorChannel channel_;
+  Descriptor elevatorsEnd_;
+  // Null when the elevator was started by somebody else.
+  std::unique_ptr<ChildProcess> elevator_;
+};
+
+}  // namespace platform

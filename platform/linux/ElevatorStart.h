@@ -1,0 +1,22 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include "platform/Privilege.h"
+#include "platform/linux/ChildProcess.h"
+#include "platform/linux/Descriptor.h"
+#include "platform/linux/ElevatorChannel.h"
+
+namespace platform {
+
+// Starts the elevator with `elevatorsEnd` as its standard input, as root through pkexec(1),
+// directly when this process is root, and waits until it has answered on `channel` or there is no
+// more hope. `agent` is a descriptor that becomes readable when whoever is to authenticate has
+// gone; an empty one is never looked at. The calling thread must live until this returns. On
+// success `elevator` is the started process.
+privilege::Outcome startElevator(ElevatorChannel& channel, Descriptor elevatorsEnd,
+                                 const Descriptor& agent, std::chrono::milliseconds limit,
+                                 std::unique_ptr<ChildProcess>& elevator);
+
+}  // namespace platform

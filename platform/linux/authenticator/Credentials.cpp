@@ -1,0 +1,33 @@
+#include "platform/linux/authenticator/Credentials.h"
+
+#include <string.h>
+#include <unistd.h>
+
+namespace authenticator {
+namespace {
+
+constexpr std::size_t kLongest = 512;
+
+bool readText(std::string& text) {
+  // So that no copy stays behind when the text grows.
+  text.reserve(kLongest);
+  while (text.size() < kLongest) {
+    char next = 0;
+    if (::read(STDIN_FILENO, &next, 1) != 1) return false;
+    if (next == '\0') return true;
+    text.push_back(next);
+  }
+  return false;
+}
+
+}  // namespace
+
+Credentials::~Credentials() {
+  ::explicit_bzero(password.data(), password.size());
+}
+
+bool Credentials::read() {
+  return readText(userName) && readText(password);
+}
+
+}  // namespace authenticator

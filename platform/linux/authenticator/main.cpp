@@ -1,0 +1,46 @@
+#include <glib-unix.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "platform/linux/authenticator/Agent.h"
+#include "platform/linux/authenticator/Credentials.h"
+
+// Usage: authenticator, with a connected stream socket as standard input.
+//
+// Reads a name and a password from it, registers as the authentication agent of its parent process
+// alone, says so with one byte, and stays until the other end of the socket is closed.
+
+namespace {
+
+bool registerAgent(PolkitAgentListener* agent) {
+  PolkitSubject* parent =
+      polkit_unix_process_new_for_owner(::getppid(), 0, static_cast<gint>(::getuid()));
+  const gpointer registration = polkit_agent_listener_register(
+      agent, POLKIT_AGENT_REGISTER_FLAGS_NONE, parent, nullptr, nullptr, nullptr);
+  g_object_unref(parent);
+  return registration != nullptr;
+}
+
+gboolean onParentDone(gint, GIOCondition, gpointer loop) {
+  g_main_loop_quit(static_cast<GMainLoop*>(loop));
+  return G_SOURCE_REMOVE;
+}
+
+}  // namespace
+
+int main() {
+  // Other processes of the same user must not read the password here.
+  ::prctl(PR_SET_DUMPABLE, 0);
+  authenticator::Credentials credentials;
+  if (!credentials.read()) return EXIT_FAILURE;
+  if (!registerAgent(authenticator::makeAgent(credentials))) return EXIT_FAILURE;
+  if (::send(STDIN_FILENO, "r", 1, MSG_NOSIGNAL) != 1) return EXIT_FAILURE;
+  GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+  g_unix_fd_add(STDIN_FILENO, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP), onParentDone, loop);
+  g_main_loop_run(loop);
+  // The authority forgets the agent when its connection closes.
+  return EXIT_SUCCESS;
+}

@@ -1,0 +1,402 @@
+#include "elevator/Server.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "elevator/Channel.h"
+#include "elevator/Messages.h"
+#include "platform/Privilege.h"
+#include "platform/linux/ElevatorChannel.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/WaitFor.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using elevator::Kind;
+using platform::Descriptor;
+using platform::ElevatorChannel;
+using test::readFile;
+using test::Sandbox;
+using test::waitFor;
+
+constexpr int kLost = platform::privilege::kSessionLost;
+
+bool hasEnded(int channel) {
+  pollfd entry{channel, POLLIN, 0};
+  return ::poll(&entry, 1, 10000) == 1 && (entry.revents & POLLHUP) != 0;
+}
+
+std::string readAll(const Descriptor& pipe) {
+  std::string text;
+  std::array<char, 4096> buffer{};
+  for (ssize_t size = 0; (size = ::read(pipe.get(), buffer.data(), buffer.size())) > 0;) {
+    text.append(buffer.data(), static_cast<std::size_t>(size));
+  }
+  return text;
+}
+
+elevator::TermStatus reportOn(const Descriptor& pipe) {
+  elevator::TermStatus status = -2;
+  EXPECT_EQ(::read(pipe.get(), &status, sizeof status), static_cast<ssize_t>(sizeof status));
+  return status;
+}
+
+// A server in a process of its own, and a channel to it.
+class ServerTest : public testing::Test {
+ protected:
+  ServerTest() : channel_(startServer()) {}
+
+  void SetUp() override {
+    // The tools must be ones that only root can have changed, and the answers must be root's.
+    if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  }
+
+  void TearDown() override {
+    channel_.close();
+    EXPECT_TRUE(ended_ || serverEnds());
+  }
+
+  Descriptor startServer() {
+    elevator::ChannelPair pair = elevator::makeChannel();
+    server_ = ::fork();
+    if (server_ == 0) {
+      pair.one = Descriptor();
+      ::signal(SIGPIPE, SIG_IGN);
+      elevator::Server(std::move(pair.other)).run();
+      ::_exit(0);
+    }
+    return std::move(pair.one);
+  }
+
+  bool serverEnds() {
+    int status = -1;
+    ended_ = waitFor([&] { return ::waitpid(server_, &status, WNOHANG) == server_; });
+    return ended_ && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  }
+
+  ElevatorChannel::Answer run(std::vector<std::string> words) {
+    return channel_.ask(Kind::run, std::move(words), 0);
+  }
+  ElevatorChannel::Answer runPiped(std::vector<std::string> words) {
+    return channel_.ask(Kind::runPiped, std::move(words), 2);
+  }
+  ElevatorChannel::Answer runScript(const std::string& script) {
+    return run({"/bin/sh", "-c", script});
+  }
+
+  Sandbox sandbox_;
+  pid_t server_ = 0;
+  bool ended_ = false;
+  ElevatorChannel channel_;
+};
+
+TEST_F(ServerTest, ItAnswersASignOfLife) {
+  EXPECT_EQ(channel_.ask(Kind::hello, {}, 0).status, 0);
+}
+
+TEST_F(ServerTest, ItTellsTheOutputAndTheEndOfATool) {
+  auto answer = runPiped({"/bin/sh", "-c", "echo hello; exit 3"});
+  ASSERT_EQ(answer.status, 0);
+  EXPECT_EQ(readAll(answer.descriptors[0]), "hello\n");
+  EXPECT_EQ(reportOn(answer.descriptors[1]), 3);
+}
+
+TEST_F(ServerTest, ItTellsTheSignalThatEndedATool) {
+  auto answer = runPiped({"/bin/sh", "-c", "kill -9 $$"});
+  ASSERT_EQ(answer.status, 0);
+  EXPECT_EQ(reportOn(answer.descriptors[1]), SIGKILL);
+}
+
+TEST_F(ServerTest, AToolThatCannotBeRunIsAnsweredWithTheReason) {
+  EXPECT_EQ(run({"/no/tool"}).status, ENOENT);
+  EXPECT_EQ(run({sandbox_.makeFile("mine")}).status, EACCES);
+  EXPECT_EQ(run({"/bin/true", std::string(elevator::kMaxWord + 1, 'x')}).status, E2BIG);
+  EXPECT_EQ(run({"/bin/true", std::string("a\0b", 3)}).status, EINVAL);
+  EXPECT_EQ(run({"/bin/true"}).status, 0) << "and the channel goes on";
+}
+
+TEST_F(ServerTest, OutputThatGoesNowhereStopsNoTool) {
+  const std::string done = sandbox_.path("done");
+  EXPECT_EQ(runScript("head -c 1000000 /dev/zero; mkdir " + done).status, 0);
+  EXPECT_TRUE(waitFor([&] { return fs::exists(done); }));
+}
+
+// A tool that does not end before it is told to: it waits for somebody to open a fifo.
+class HeldTool {
+ public:
+  explicit HeldTool(const Sandbox& sandbox) : fifo_(sandbox.path("fifo")) {
+    EXPECT_EQ(::mkfifo(fifo_.c_str(), 0600), 0);
+  }
+  std::string script() const { return "read word <" + fifo_ + "; "; }
+  void release() const { std::ofstream(fifo_) << "go\n"; }
+
+ private:
+  std::string fifo_;
+};
+
+TEST_F(ServerTest, ToolsOnOverlappingPathsRunOneAfterTheOtherInOrder) {
+  const HeldTool held(sandbox_);
+  const std::string folder = sandbox_.makeDirectory("folder");
+  const std::string trace = "echo $1 >>" + sandbox_.path("trace");
+  const auto traced = [&](const std::string& before, const char* name, const std::string& path) {
+    EXPECT_EQ(run({"/bin/sh", "-c", before + trace, "sh", name, path}).status, 0);
+  };
+  traced(held.script(), "first", folder + "/A.app");
+  traced("", "second", folder);
+  traced("", "third", folder + "/B.app");
+  traced("", "beside", "/no/such/path");
+  EXPECT_TRUE(waitFor([&] { return readFile(sandbox_.path("trace")) == "beside\n"; }));
+  held.release();
+  EXPECT_TRUE(waitFor([&] {
+    return readFile(sandbox_.path("trace")) == "beside\nfirst\nsecond\nthird\n";
+  })) << readFile(sandbox_.path("trace"));
+}
+
+TEST_F(ServerTest, ASlowMoveAndACopyOntoItsPlaceLoseNothing) {
+  if (::system("unshare -m true") != 0) GTEST_SKIP() << "needs mounts";
+  // Across file systems a move copies and removes; a copy in the middle of it would merge.
+  const std::string place = sandbox_.makeDirectory("place");
+  const std::string app = place + "/A.app";
+  for (int i = 0; i < 300; ++i) {
+    sandbox_.makeFile("place/A.app/old" + std::to_string(i), "old");
+    sandbox_.makeFile("new/A.app/new" + std::to_string(i), "new");
+  }
+  const std::string elsewhere = "/dev/shm/qv-test-" + std::to_string(::getpid());
+  fs::create_directory(elsewhere);
+  EXPECT_EQ(run({"/bin/mv", "-f", app, elsewhere + "/A.app"}).status, 0);
+  EXPECT_EQ(run({"/bin/cp", "-f", "-p", "-R", sandbox_.path("new/A.app"), place}).status, 0);
+  auto observed = channel_.ask(Kind::observe, {}, 1);
+  ASSERT_EQ(observed.status, 0);
+  EXPECT_EQ(readAll(observed.descriptors[0]), "");
+  const auto count = [](const std::string& folder) {
+    return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+  };
+  EXPECT_EQ(count(app), 300);
+  EXPECT_TRUE(fs::exists(app + "/new0"));
+  EXPECT_EQ(count(elsewhere + "/A.app"), 300);
+  EXPECT_TRUE(fs::exists(elsewhere + "/A.app/old299"));
+  fs::remove_all(elsewhere);
+}
+
+TEST_F(ServerTest, WhatWaitsIsStartedThoughEverybodyHasGone) {
+  const HeldTool held(sandbox_);
+  const std::string folder = sandbox_.makeDirectory("folder");
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", folder}).status, 0);
+  EXPECT_EQ(run({"/bin/mkdir", folder + "/made"}).status, 0);
+  channel_.close();
+  held.release();
+  EXPECT_TRUE(serverEnds());
+  EXPECT_TRUE(waitFor([&] { return fs::exists(folder + "/made"); }));
+}
+
+TEST_F(ServerTest, AToolThatRunsIsLeftAndNotWaitedFor) {
+  const HeldTool held(sandbox_);
+  const std::string done = sandbox_.path("done");
+  EXPECT_EQ(runScript(held.script() + "mkdir " + done).status, 0);
+  channel_.close();
+  EXPECT_TRUE(serverEnds());
+  EXPECT_FALSE(fs::exists(done));
+  held.release();
+  EXPECT_TRUE(waitFor([&] { return fs::exists(done); }));
+}
+
+TEST_F(ServerTest, ItStaysForThoseWhoWaitForAnEnd) {
+  const HeldTool held(sandbox_);
+  auto answer = runPiped({"/bin/sh", "-c", held.script() + "exit 5"});
+  ASSERT_EQ(answer.status, 0);
+  channel_.close();
+  held.release();
+  EXPECT_EQ(reportOn(answer.descriptors[1]), 5);
+  answer.descriptors.clear();
+  EXPECT_TRUE(serverEnds());
+}
+
+TEST_F(ServerTest, AnObserverLearnsWhenAllThatWasAcceptedHasEnded) {
+  const HeldTool held(sandbox_);
+  EXPECT_EQ(runScript(held.script()).status, 0);
+  auto observed = channel_.ask(Kind::observe, {}, 1);
+  ASSERT_EQ(observed.status, 0);
+  pollfd entry{observed.descriptors[0].get(), POLLIN, 0};
+  EXPECT_EQ(::poll(&entry, 1, 0), 0);
+  held.release();
+  EXPECT_EQ(::poll(&entry, 1, 10000), 1);
+  auto nothingRuns = channel_.ask(Kind::observe, {}, 1);
+  EXPECT_EQ(readAll(nothingRuns.descriptors[0]), "");
+}
+
+TEST_F(ServerTest, ManyToolsAreAllRun) {
+  const std::string folder = sandbox_.makeDirectory("many");
+  for (int i = 0; i < 200; ++i) {
+    ASSERT_EQ(run({"/bin/mkdir", folder + "/" + std::to_string(i)}).status, 0);
+  }
+  auto observed = channel_.ask(Kind::observe, {}, 1);
+  EXPECT_EQ(readAll(observed.descriptors[0]), "");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 200);
+}
+
+TEST_F(ServerTest, AFullQueueIsSaidToBeAndLosesNothing) {
+  const HeldTool held(sandbox_);
+  const std::string path = sandbox_.path("x");
+  const std::string bulk(120 * 1024, 'x');
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", path}).status, 0);
+  int accepted = 0;
+  int status = 0;
+  while ((status = run({"/bin/true", path, bulk}).status) == 0 && accepted < 1000) ++accepted;
+  EXPECT_EQ(status, EAGAIN);
+  EXPECT_GT(accepted, 200);
+  held.release();
+  auto observed = channel_.ask(Kind::observe, {}, 1);
+  EXPECT_EQ(readAll(observed.descriptors[0]), "");
+  EXPECT_EQ(run({"/bin/true", path, bulk}).status, 0);
+}
+
+// --- More channels ---
+
+TEST_F(ServerTest, ANewChannelWorksAndOutlivesTheFirst) {
+  auto answer = channel_.ask(Kind::newChannel, {}, 1);
+  ASSERT_EQ(answer.status, 0);
+  ElevatorChannel second(std::move(answer.descriptors[0]));
+  channel_.close();
+  EXPECT_EQ(second.ask(Kind::run, {"/bin/true"}, 0).status, 0);
+  second.close();
+  EXPECT_TRUE(serverEnds());
+}
+
+TEST_F(ServerTest, ThereIsAnEndToNewChannels) {
+  std::vector<Descriptor> channels;
+  ElevatorChannel::Answer answer;
+  while ((answer = channel_.ask(Kind::newChannel, {}, 1)).status == 0) {
+    channels.push_back(std::move(answer.descriptors[0]));
+  }
+  EXPECT_EQ(answer.status, EAGAIN);
+  EXPECT_EQ(channels.size(), elevator::Server::kMostChannels - 1);
+}
+
+// --- Attacks ---
+
+TEST_F(ServerTest, AnotherProcessOnTheSameChannelLosesItForBoth) {
+  EXPECT_EQ(channel_.ask(Kind::hello, {}, 0).status, 0);
+  const pid_t thief = ::fork();
+  if (thief == 0) {
+    const auto answer = run({"/bin/mkdir", sandbox_.path("stolen")});
+    ::_exit(answer.status == kLost ? 0 : 1);
+  }
+  int status = -1;
+  ::waitpid(thief, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(hasEnded(channel_.socket()));
+  EXPECT_TRUE(serverEnds());
+  EXPECT_FALSE(fs::exists(sandbox_.path("stolen")));
+}
+
+// Each is sent on a channel of its own; the server must close that one and serve the first.
+class HostilePacketTest : public ServerTest {
+ protected:
+  void expectRefused(const std::string& packet, const std::vector<int>& descriptors = {}) {
+    auto answer = channel_.ask(Kind::newChannel, {}, 1);
+    ASSERT_EQ(answer.status, 0);
+    const int victim = answer.descriptors[0].get();
+    ASSERT_TRUE(elevator::send(victim, packet, descriptors));
+    EXPECT_TRUE(hasEnded(victim)) << packet.size();
+    EXPECT_EQ(channel_.ask(Kind::hello, {}, 0).status, 0);
+  }
+};
+
+TEST_F(HostilePacketTest, WhatIsNoRequestIsRefused) {
+  const std::string good = *encoded(elevator::Request{Kind::run, 1, {"/bin/true"}});
+  expectRefused("x");
+  expectRefused(std::string(12, '\0'));
+  expectRefused(good.substr(0, good.size() - 1));
+  expectRefused(good.substr(0, 7));
+}
+
+TEST_F(HostilePacketTest, AnOversizedPacketIsRefused) {
+  std::string packet = *encoded(elevator::Request{Kind::run, 1, {"/bin/true"}});
+  packet.resize(elevator::kMaxMessage + 1, 'x');
+  packet.back() = '\0';
+  expectRefused(packet);
+}
+
+TEST_F(HostilePacketTest, ForeignDescriptorsAreRefused) {
+  const std::string good = *encoded(elevator::Request{Kind::hello, 1, {}});
+  expectRefused(good, {STDERR_FILENO});
+  expectRefused(good, {STDERR_FILENO, STDERR_FILENO});
+}
+
+TEST_F(HostilePacketTest, OneWhoTakesNoRepliesIsNotWaitedFor) {
+  auto answer = channel_.ask(Kind::newChannel, {}, 1);
+  const std::string hello = *encoded(elevator::Request{Kind::hello, 1, {}});
+  // More than its queue of replies can hold.
+  EXPECT_TRUE(waitFor([&] {
+    while (elevator::send(answer.descriptors[0].get(), hello)) {
+    }
+    return errno == EPIPE || errno == ECONNRESET;
+  }));
+  EXPECT_EQ(channel_.ask(Kind::hello, {}, 0).status, 0);
+}
+
+// --- The other end: what comes back is not believed either ---
+
+class HostileElevatorTest : public testing::Test {
+ protected:
+  int statusAfter(const std::function<void(int)>& misbehave) {
+    elevator::ChannelPair pair = elevator::makeChannel();
+    ElevatorChannel channel(std::move(pair.one));
+    EXPECT_TRUE(channel.sendHello());
+    misbehave(pair.other.get());
+    return channel.takeAnswer(0, std::chrono::milliseconds(50)).status;
+  }
+};
+
+TEST_F(HostileElevatorTest, OnlyTheExpectedAnswerIsBelieved) {
+  const std::string good = encoded(elevator::Reply{1, 0});
+  if (::getuid() == 0) {
+    EXPECT_EQ(statusAfter([&](int end) { elevator::send(end, good); }), 0);
+  }
+  EXPECT_EQ(statusAfter([](int) {}), kLost) << "silence";
+  EXPECT_EQ(statusAfter([](int end) { ::shutdown(end, SHUT_RDWR); }), kLost);
+  EXPECT_EQ(statusAfter([](int end) { elevator::send(end, "x"); }), kLost);
+  EXPECT_EQ(statusAfter([&](int end) { elevator::send(end, good + "x"); }), kLost);
+  EXPECT_EQ(statusAfter([](int end) {
+              elevator::send(end, encoded(elevator::Reply{2, 0}));
+            }),
+            kLost)
+      << "the answer to another question";
+  EXPECT_EQ(statusAfter([&](int end) { elevator::send(end, good, {STDERR_FILENO}); }), kLost)
+      << "a descriptor that nobody asked for";
+}
+
+TEST_F(HostileElevatorTest, OneWhoIsNotRootIsNotBelieved) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  const std::string good = encoded(elevator::Reply{1, 0});
+  EXPECT_EQ(statusAfter([&](int end) {
+              const pid_t pretender = ::fork();
+              if (pretender == 0) {
+                ::_exit(::setuid(Sandbox::kOtherUserId) == 0 && elevator::send(end, good) ? 0 : 1);
+              }
+              int status = -1;
+              ::waitpid(pretender, &status, 0);
+              EXPECT_EQ(status, 0);
+            }),
+            kLost);
+}
+
+}  // namespace
