@@ -38,11 +38,12 @@ GtkWidget* newBar(GtkWidget* heading) {
   return bar;
 }
 
-// One line that never changes the window's size.
+// A line that is cut where the window ends, for the window does not grow with it.
 GtkWidget* newStatus(const char* text) {
   GtkWidget* label = layout::newLabel(text);
   gtk_label_set_single_line_mode(GTK_LABEL(label), TRUE);
   gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_END);
+  gtk_label_set_max_width_chars(GTK_LABEL(label), 1);
   return label;
 }
 
@@ -95,7 +96,9 @@ void startAnimation() {
 }
 
 void setStatus(const char* status) {
-  gtk_label_set_text(GTK_LABEL(theStatus), status);
+  char* line = g_strdelimit(g_strdup(status), "\r\n", ' ');
+  gtk_label_set_text(GTK_LABEL(theStatus), line);
+  g_free(line);
 }
 
 void hide() {
