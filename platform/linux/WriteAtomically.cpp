@@ -47,7 +47,7 @@ bool writeBeside(const Location& location, const std::string& temporary,
   const FileDescriptor file(::openat(location.descriptor(), temporary.c_str(),
                                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
   return file && writeAll(file.get(), contents) && takePermissions(location, file.get()) &&
-         ::fsync(file.get()) == 0;
+         (contents.empty() || ::fsync(file.get()) == 0);
 }
 
 int replaceWhole(const Location& location, std::string_view contents) {
