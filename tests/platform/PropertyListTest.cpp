@@ -263,6 +263,19 @@ TEST(PropertyListTest, ABinaryListThatHoldsItselfIsRefused) {
                                             std::string("\xA1\x02", 2)})));
 }
 
+TEST(PropertyListTest, ABinaryListWithAZeroCharacterInATextIsRefused) {
+  for (const std::string& key : {std::string("\x52"
+                                             "a\0",
+                                             3),
+                                 std::string("\x62\0a\0\0", 5), std::string("\x51\0", 2)}) {
+    EXPECT_FALSE(property_list::parse(binary({std::string("\xD1\x01\x02", 3), key, "\x09"})));
+    EXPECT_FALSE(property_list::parse(binary({std::string("\xD1\x01\x02", 3),
+                                              "\x51"
+                                              "k",
+                                              key})));
+  }
+}
+
 // Forty arrays, each of which holds the next one twice: 2^40 values in 300 bytes.
 TEST(PropertyListTest, ABinaryListThatGrowsWithoutBoundIsRefused) {
   std::vector<std::string> objects = {std::string("\xD1\x01\x02", 3),
