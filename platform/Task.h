@@ -35,15 +35,15 @@ class Pipe {
     return data;
   }
 
-  // Closes this process's reading end; a reader that is blocked sees the end of the stream.
-  // Idempotent; does not block.
+  // Closes this process's reading end; whoever reads, blocked already or later, sees the end of the
+  // stream. Idempotent; does not block.
   virtual void closeReadingEnd() = 0;
 };
 
 // One run of one external program. Configure, launch once, wait.
 //
-// launch, waitUntilExit and the setters belong to one thread at a time; isRunning, terminate and
-// terminationStatus may be called from any thread at any moment. A Task that is dropped while its
+// launch, waitUntilExit and the setters belong to one thread at a time; everything else may be
+// called from any thread at any moment. A Task that is dropped while its
 // program runs leaves the program running; it never becomes a zombie. No child process but the
 // task's own is ever collected, and the process must not ignore SIGCHLD.
 class Task {
@@ -79,7 +79,8 @@ class Task {
   // started, or when the task was launched before.
   virtual void launch() = 0;
 
-  // The pipes of standard output and error; null unless the end is a pipe. Valid after launch.
+  // The pipes of standard output and error; null before the launch and when the end is no
+  // pipe.
   virtual std::shared_ptr<Pipe> standardOutputPipe() const = 0;
   virtual std::shared_ptr<Pipe> standardErrorPipe() const = 0;
 
@@ -87,7 +88,8 @@ class Task {
   virtual bool isRunning() = 0;
   // Blocks until the program has ended; returns at once when it was never launched.
   virtual void waitUntilExit() = 0;
-  // Asks the program to end (SIGTERM), which it may ignore. Nothing happens when it is not running.
+  // Asks the program to end (SIGTERM), which it may ignore. Nothing happens when it has ended; when
+  // it was not launched yet, launch asks as soon as it runs.
   virtual void terminate() = 0;
   // The exit status, or the number of the signal that ended the program. Raises
   // platform::Exception (kInvalidArgument) while the program runs or was never launched.

@@ -75,7 +75,6 @@ std::size_t ChildPipes::appendAvailableData(Stream stream, Data& data) {
   std::unique_lock lock(mutex_);
   End& own = ends_[stream];
   End& other = ends_[stream == kOutput ? kError : kOutput];
-  if (own.closed) throw Exception(exception_name::kFileHandleOperation, "the pipe is closed");
   const std::size_t before = data.size();
   while (!own.closed && !take(own, data)) wait(lock, own, other);
   return data.size() - before;

@@ -51,8 +51,8 @@ class LinuxTask : public Task {
 
   void launch() override;
 
-  std::shared_ptr<Pipe> standardOutputPipe() const override { return readingEnds_[0]; }
-  std::shared_ptr<Pipe> standardErrorPipe() const override { return readingEnds_[1]; }
+  std::shared_ptr<Pipe> standardOutputPipe() const override { return readingEnd(0); }
+  std::shared_ptr<Pipe> standardErrorPipe() const override { return readingEnd(1); }
 
   bool isRunning() override {
     const auto child = launchedChild();
@@ -61,20 +61,28 @@ class LinuxTask : public Task {
   void waitUntilExit() override {
     if (const auto child = launchedChild()) child->wait();
   }
-  void terminate() override {
-    if (const auto child = launchedChild()) child->terminate();
-  }
+  void terminate() override;
   int terminationStatus() override;
 
  private:
-  std::shared_ptr<ChildProcess> launchedChild() {
+  struct Launched {
+    std::shared_ptr<ChildProcess> child;
+    // Output, error.
+    std::array<std::shared_ptr<Pipe>, 2> readingEnds;
+    // Never written to: the program finds its input open and empty.
+    FileDescriptor inputPipe;
+  };
+
+  std::shared_ptr<ChildProcess> launchedChild() const {
     const std::lock_guard lock(mutex_);
-    return child_;
+    return launched_.child;
+  }
+  std::shared_ptr<Pipe> readingEnd(std::size_t index) const {
+    const std::lock_guard lock(mutex_);
+    return launched_.readingEnds[index];
   }
   ChildProgram program() const;
-  std::shared_ptr<ChildProcess> started(ChildProgram program);
-  // Makes the pipe for one end; answers the child's side of it.
-  FileDescriptor connect(std::size_t end, ChildPipes& pipes);
+  Launched started(ChildProgram program) const;
   std::string whyNotStarted(const std::error_code& error) const;
 
   std::string launchPath_;
@@ -83,14 +91,12 @@ class LinuxTask : public Task {
   // Input, output, error.
   std::array<End, 3> ends_ = {End::inherit, End::inherit, End::inherit};
 
-  // Output, error.
-  std::array<std::shared_ptr<Pipe>, 2> readingEnds_;
-  // Never written to: the program finds its input open and empty.
-  FileDescriptor inputPipe_;
-
-  // Guards child_, which is null before the launch and never changes after it.
-  std::mutex mutex_;
-  std::shared_ptr<ChildProcess> child_;
+  // Guards launched_, which is empty before the launch and never changes after it, and
+  // terminationAsked_.
+  mutable std::mutex mutex_;
+  Launched launched_;
+  // Before the launch.
+  bool terminationAsked_ = false;
 };
 
 ChildProgram LinuxTask::program() const {
@@ -103,41 +109,45 @@ ChildProgram LinuxTask::program() const {
   return program;
 }
 
-FileDescriptor LinuxTask::connect(std::size_t end, ChildPipes& pipes) {
-  PipeEnds ends;
-  if (end == 0) {
-    inputPipe_ = std::move(ends.writing);
-    return std::move(ends.reading);
-  }
-  const auto stream = end == 1 ? ChildPipes::kOutput : ChildPipes::kError;
-  readingEnds_[end - 1] = pipes.adopt(stream, std::move(ends.reading));
-  return std::move(ends.writing);
-}
-
-std::shared_ptr<ChildProcess> LinuxTask::started(ChildProgram program) {
+LinuxTask::Launched LinuxTask::started(ChildProgram program) const {
+  Launched launched;
   const auto pipes = std::make_shared<ChildPipes>();
   std::array<FileDescriptor, 3> childsEnds;
   for (std::size_t end = 0; end < ends_.size(); ++end) {
     if (ends_[end] == End::nullDevice) program.ends[end] = ChildProgram::kNullDevice;
     if (ends_[end] != End::pipe) continue;
-    childsEnds[end] = connect(end, *pipes);
+    PipeEnds pipe;
+    if (end == 0) {
+      launched.inputPipe = std::move(pipe.writing);
+      childsEnds[end] = std::move(pipe.reading);
+    } else {
+      const auto stream = end == 1 ? ChildPipes::kOutput : ChildPipes::kError;
+      launched.readingEnds[end - 1] = pipes->adopt(stream, std::move(pipe.reading));
+      childsEnds[end] = std::move(pipe.writing);
+    }
     program.ends[end] = childsEnds[end].get();
   }
-  auto child = std::make_shared<ChildProcess>(program);
-  pipes->setChild(child->handle());
-  return child;
+  launched.child = std::make_shared<ChildProcess>(program);
+  pipes->setChild(launched.child->handle());
+  return launched;
 }
 
 void LinuxTask::launch() {
   if (launchedChild() != nullptr) throw invalidArgument("the task was launched before");
   try {
-    auto child = started(program());
+    Launched launched = started(program());
     const std::lock_guard lock(mutex_);
-    child_ = std::move(child);
+    launched_ = std::move(launched);
+    if (terminationAsked_) launched_.child->terminate();
   } catch (const std::system_error& error) {
-    readingEnds_ = {};
     throw invalidArgument(whyNotStarted(error.code()));
   }
+}
+
+void LinuxTask::terminate() {
+  const std::lock_guard lock(mutex_);
+  terminationAsked_ = true;
+  if (launched_.child != nullptr) launched_.child->terminate();
 }
 
 std::string LinuxTask::whyNotStarted(const std::error_code& error) const {

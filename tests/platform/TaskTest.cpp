@@ -121,6 +121,14 @@ TEST(TaskTest, ARunningTaskHasNoStatusYet) {
   task->waitUntilExit();
 }
 
+TEST(TaskTest, ATaskTerminatedBeforeItsLaunchEndsAsSoonAsItIsLaunched) {
+  const auto task = probe({"wait"});
+  task->setStandardOutput(End::nullDevice);
+  task->terminate();
+  task->launch();
+  EXPECT_EQ(statusOf(task), SIGTERM);
+}
+
 TEST(TaskTest, AProgramMayIgnoreTermination) {
   const test::Sandbox sandbox;
   const auto task = launchedProbe({"ignore", sandbox.path("go")});
@@ -205,6 +213,9 @@ TEST(TaskTest, ATaskThatCouldNotBeLaunchedMayBeTriedAgain) {
 }
 
 TEST(TaskTest, LaunchingWithoutFreeDescriptorsIsRefusedAndLosesNothing) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer's own checks need free descriptors";
+#endif
   rlimit limit = {};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
   const std::size_t before = test::openDescriptors();
@@ -374,16 +385,10 @@ TEST(TaskTest, ClosingAPipeEndsItsReadersWait) {
   const auto task = launchedProbe({"wait"});
   const auto pipe = task->standardErrorPipe();
   std::thread closer([&] { pipe->closeReadingEnd(); });
-  try {
-    EXPECT_TRUE(pipe->availableData().empty());
-  } catch (const Exception&) {
-    // The closer came first.
-  }
+  EXPECT_TRUE(pipe->availableData().empty());
   closer.join();
   pipe->closeReadingEnd();
-  EXPECT_THAT([&] { pipe->availableData(); },
-              testing::Throws<Exception>(
-                  Property(&Exception::name, platform::exception_name::kFileHandleOperation)));
+  EXPECT_TRUE(pipe->availableData().empty());
   task->terminate();
 }
 

@@ -50,11 +50,12 @@ int listEnvironment() {
 }
 
 int listDescriptors() {
-  DIR* directory = ::opendir("/proc/self/fd");
+  DIR* const directory = ::opendir("/proc/self/fd");
   while (const dirent* entry = ::readdir(directory)) {
     const int number = std::atoi(entry->d_name);
     if (entry->d_name[0] != '.' && number != ::dirfd(directory)) std::printf("%d\n", number);
   }
+  ::closedir(directory);
   return 0;
 }
 
