@@ -1,19 +1,30 @@
 #pragma once
 
+#include <any>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "platform/Task.h"
 #include "platform/Text.h"
 
+// A message with a name and named blocks of bytes.
+struct AsyncTaskNotification {
+  std::string name;
+  std::map<std::string, platform::Data> userInfo;
+};
+
 // Runs external programs: with or without waiting, for their exit status, their output as bytes or
-// as text, and all of these under a time-out.
+// as text, and all of these under a time-out; or asynchronously, their output going to a delegate
+// as it arrives.
 //
 // Conventions of all operations:
 // - `path` is the absolute path of the program. It must be runnable: given, executable by the
@@ -137,6 +148,71 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
   // when there is none or it has ended. On the main thread.
   void timeout();
 
+  // Asynchronous runs, one at a time an instance.
+  static constexpr char kAsyncTaskDataNotification[] = "QVAsyncTaskDataNotification";
+  static constexpr char kNotificationDataItem[] = "NSFileHandleNotificationDataItem";
+
+  // The delegate's operation that takes a chunk: the bytes (empty at the end of the output), the
+  // instance, and the caller's object, which is empty when none was given.
+  template <class Delegate>
+  using Selector = void (Delegate::*)(const platform::Data& data, QVTaskEx& task,
+                                      const std::any& object);
+  // The same where no object is given; a chunk that has one is then refused as an exception.
+  template <class Delegate>
+  using ShortSelector = void (Delegate::*)(const platform::Data& data, QVTaskEx& task);
+
+  // Starts a program on a thread of its own, returns at once, and hands what it writes to standard
+  // output to `selector` of `delegate`, chunk by chunk as it arrives and on that thread, never on
+  // the main thread; one empty chunk ends it. Standard error leads to the null device, standard
+  // input is inherited. A null delegate or selector hears nothing, and the run goes its way.
+  //
+  // Nothing is checked here: what is wrong with the program is logged by the thread, and the
+  // delegate then hears nothing. Delegate and object are kept until the run has ended. Starting
+  // another run before that replaces them: the earlier run's output goes to the new delegate too,
+  // and the earlier run's end ends whatever runs by then.
+  template <class Delegate>
+  void asyncDataFromTask(const std::string& path, const std::optional<Arguments>& arguments,
+                         std::shared_ptr<Delegate> delegate,
+                         std::type_identity_t<Selector<Delegate>> selector, std::any object,
+                         const std::optional<platform::Environment>& environment = std::nullopt) {
+    Listener listener = {.delegate = delegate, .notify = nullptr, .object = std::move(object)};
+    if (delegate != nullptr && selector != nullptr) {
+      listener.notify = [target = delegate.get(), selector](const auto& data, QVTaskEx& task,
+                                                            const std::any& value) {
+        (target->*selector)(data, task, value);
+      };
+    }
+    startAsyncTask(path, arguments, std::move(listener), environment);
+  }
+  template <class Delegate>
+  void asyncDataFromTask(const std::string& path, const std::optional<Arguments>& arguments,
+                         std::shared_ptr<Delegate> delegate,
+                         std::type_identity_t<ShortSelector<Delegate>> selector, std::any object,
+                         const std::optional<platform::Environment>& environment = std::nullopt) {
+    Listener listener = {.delegate = delegate, .notify = nullptr, .object = std::move(object)};
+    if (delegate != nullptr && selector != nullptr) {
+      listener.notify = [target = delegate.get(), selector](const auto& data, QVTaskEx& task,
+                                                            const std::any& value) {
+        refuseObject(value);
+        (target->*selector)(data, task);
+      };
+    }
+    startAsyncTask(path, arguments, std::move(listener), environment);
+  }
+
+  // The body of that thread: launches the task and delivers its output. Blocks until it ends.
+  // Catches and logs platform::Exception, also the delegate's; nothing more is delivered then.
+  void launchAsyncTask();
+
+  // Delivers one chunk, the block `kNotificationDataItem` of the notification; an empty or missing
+  // one is followed by terminateAsyncTask.
+  void asyncTaskReturnData(const AsyncTaskNotification& notification);
+
+  // Ends the asynchronous run and lets go of delegate and object; nothing is delivered any more but
+  // a chunk that is on its way. Any thread, at any moment, the delegate's operation included; a
+  // program that is just being launched is terminated as soon as it is.
+  void terminateAsyncTask();
+
   // The task of the current run, or null. Any thread.
   std::shared_ptr<platform::Task> theTask() const;
   void setTheTask(std::shared_ptr<platform::Task> task);
@@ -162,10 +238,27 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
   void setStarting(bool starting);
   void waitForLaunch();
 
-  // Guards theTask_ and starting_.
+  // Who hears of an asynchronous run.
+  struct Listener {
+    std::shared_ptr<void> delegate;
+    // Empty when the delegate does not respond.
+    std::function<void(const platform::Data&, QVTaskEx&, const std::any&)> notify;
+    std::any object;
+  };
+
+  static void refuseObject(const std::any& object);
+  void startAsyncTask(const std::string& path, const std::optional<Arguments>& arguments,
+                      Listener listener, const std::optional<platform::Environment>& environment);
+  // `launchAsyncTask` for the task of one run, which may not be the instance's by now.
+  void launchTask(const std::shared_ptr<platform::Task>& task);
+  void deliverOutput(const std::shared_ptr<platform::Task>& task);
+  void setListener(Listener listener);
+
+  // Guards theTask_, starting_ and listener_.
   mutable std::mutex mutex_;
   std::shared_ptr<platform::Task> theTask_;
   // From the beginning of a timed run until its program is launched or the run is over.
   bool starting_ = false;
   std::condition_variable startingChanged_;
+  Listener listener_;
 };
