@@ -34,7 +34,7 @@ class Reaper {
  private:
   // Without a thread now, the next child's tries again.
   void start() {
-    if (!wake_) wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     sigset_t all;
     sigset_t before;
     ::sigfillset(&all);
@@ -55,11 +55,12 @@ class Reaper {
     }
   }
 
-  // Answers those that still run; with none the work has ended.
+  // Answers those that still run; with none the work has ended, and nothing of it stays.
   std::vector<std::shared_ptr<ChildHandle>> collectEnded() {
     const std::lock_guard lock(mutex_);
     std::erase_if(children_, [](const auto& child) { return collect(*child).has_value(); });
     working_ = !children_.empty();
+    if (!working_) wake_.reset();
     return children_;
   }
 
@@ -75,7 +76,8 @@ class Reaper {
     if (wake_) ::eventfd_read(wake_.get(), &count);
   }
 
-  // Guards children_ and working_. wake_ is made before the thread and never changes after.
+  // Guards everything; the working thread alone uses wake_ without it, as nobody else changes that
+  // while there is one.
   std::mutex mutex_;
   std::vector<std::shared_ptr<ChildHandle>> children_;
   bool working_ = false;

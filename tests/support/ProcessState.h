@@ -5,8 +5,10 @@
 // What this process holds, for tests that nothing is left behind.
 namespace test {
 
-// Open descriptors and threads of this process.
+// Open descriptors of this process.
 std::size_t openDescriptors();
+
+// Threads of this process but the one of its own that the thread sanitizer starts with the first.
 std::size_t threads();
 
 // Children of this process, running or not collected.
