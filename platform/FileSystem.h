@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -47,6 +48,22 @@ std::optional<std::string> symbolicLinkTarget(const std::string& path);
 // is the order of every listing, here and in whatever is built on it. None when the directory
 // cannot be read.
 std::optional<std::vector<std::string>> list(const std::string& path);
+
+// Which item a path leads to: two paths with one identity lead to the same.
+struct Identity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  auto operator<=>(const Identity&) const = default;
+};
+
+// The identity of the item, of a link's target; none when there is no such item.
+std::optional<Identity> identity(const std::string& path);
+
+// The bytes of a file; of a directory the sum of the sizes of all items below it that are not
+// directories, where links to directories are followed and any other link counts with its own size.
+// A link that leads back to a directory on the way to it adds nothing, a directory that several
+// links lead to counts for each. What cannot be read counts as nothing.
+std::uint64_t sizeOfFiles(const std::string& path);
 
 // One entry of a directory; a link is a link, whatever it leads to.
 struct Entry {

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/FileReference.h"
+
+// The file layer: questions about items, names, locks, permissions, sizes and waits. A class
+// without instances and state; any thread may call anything. Paths are absolute, in the bytes that
+// the file system has. Nothing raises: a question about a missing or unreadable item is answered
+// with no, nothing or zero. Folders are listed in the order of their names' bytes.
+class QVFileManager {
+ public:
+  QVFileManager() = delete;
+
+  // Questions.
+
+  // Whether something exists at the path; a link counts by its target.
+  static bool fileExistsAtPath(const std::string& path);
+  // Whether a folder is there; a link counts by its target.
+  static bool isDirectoryAtPath(const std::string& path);
+  // Whether the item is a folder that is shown as one file, such as an application.
+  static bool isPackageAtPath(const std::string& path);
+  // Whether the item itself is a symbolic link, wherever it leads.
+  static bool isSymbolicLinkAtPath(const std::string& path);
+  // Whether the item itself has the immutable flag.
+  static bool isFileLocked(const std::string& path);
+
+  // Whether the volume that the path is on is there: no only when the path begins with "/Volumes"
+  // (as text: "/VolumesX" does too), has at least three components, and nothing exists at the first
+  // three of them.
+  static bool isVolumeMountedForPath(const std::string& path);
+  // The same for paths that begin with "/Volumes/"; writes the mount point that it looked for, with
+  // a doubled slash in front, to the platform's console.
+  static bool isDriveMountedForPath(const std::string& path);
+
+  // A reference to the item; one that refers to nothing when there is none.
+  static platform::FileReference stringToFSRef(const std::string& path);
+  // Tells file managers to look at the item again; a failure is not reported. See
+  // SendFinderSyncEvent.
+  static void notifyFileSystemChanged(const std::string& path);
+
+  // Names.
+
+  // The items that a path with wildcards leads to. A component with a "*" in it stands for the
+  // names that are like it (platform/Wildcard.h), hidden ones included; any other must exist. The
+  // search begins at `base`, without one at "/", and each component "/" leads back there: an
+  // absolute pattern is read relative to the base, and one that ends with a slash gives the base.
+  // Without any "*" the answer is the base joined with the pattern, existing or not. Sorted by the
+  // bytes of the names, folder by folder. Blocks for the disk.
+  static std::vector<std::string> filesMatchingWildcardPath(const std::string& pattern);
+  static std::vector<std::string> filesMatchingWildcardPath(const std::string& pattern,
+                                                            const std::optional<std::string>& base);
+  // The first of them; when there is none, the base joined with the pattern (none without a base).
+  static std::optional<std::string> decodeWildcardPath(const std::string& pattern,
+                                                       const std::optional<std::string>& base);
+
+  // A name as a person has typed it, made fit for a file: without one dot at its beginning, then
+  // without white space at its ends, then without slashes and colons. "" for ".", and it may be
+  // empty otherwise.
+  static std::string validateFilename(const std::string& name);
+  // The path, or, when something exists there, the first of "<path> 2", "<path> 3", ... at which
+  // nothing does; the number stands before the last extension.
+  static std::string uniqueFilename(const std::string& path);
+
+  // Locks, permissions and sizes.
+
+  // Set and clear the immutable flag of the item itself. A failure of either is logged as "Unable
+  // to unlock file". Clearing a flag that is not set succeeds where the file system has the flag.
+  static void lockFile(const std::string& path);
+  static void unlockFile(const std::string& path);
+  // The same for everything in a folder that is not a folder, at every depth and through links to
+  // folders; the folders themselves keep their flags. Each folder is gone through once, however
+  // many links lead to it.
+  static void lockFolder(const std::string& folder);
+  static void unlockFolder(const std::string& folder);
+
+  // Sets the permission bits (0 to 07777) of the item, of a link's target. A failure is logged.
+  static void setPosixPermissions(std::uint64_t permissions, const std::string& path);
+
+  // The bytes of a file; of a folder, and of a link to one, the sum over everything in it, links to
+  // folders included, where a link that leads back up adds nothing. A link to anything else counts
+  // with its own size. 0 for a missing item.
+  static std::int64_t fileSize(const std::string& path);
+
+  // Whether the folder holds nothing of value: nothing but ".DS_Store", "Icon\r" and folders, or
+  // links to folders, that are empty in the same sense. Also of a missing or unreadable folder.
+  static bool isFolderEmpty(const std::string& folder);
+
+  // Sets the item's times to now with /usr/bin/touch, waiting at most 5 seconds, and answers yes;
+  // a missing item is not made, which is a yes all the same where its folder is writable. Where the
+  // user may not write, the tool is run with administrator rights and its success is the answer.
+  // With `setCreationDate` the date of creation as well, where the file system lets it be set. No
+  // path gives no.
+  static bool touchFile(const std::optional<std::string>& path);
+  static bool touchFile(const std::optional<std::string>& path, bool setCreationDate);
+
+  // Waits for files that another process is making. Both block the calling thread.
+
+  // Looks once: when the file is missing or empty, and the look has not taken longer than
+  // `timeout`, logs that and pauses for 500 microseconds.
+  static void waitForFileCreation(const std::string& path, std::chrono::seconds timeout);
+  // Waits, without limit, until the file was last changed more than 4 seconds ago, looking every
+  // 500 microseconds, and logs that it does. A file that was not changed so lately is not waited
+  // for; with a file called `lockName` beside it, that is logged all the same, and a missing file
+  // is then waited for.
+  static void waitForFileWrites(const std::string& path);
+  static void waitForFileWrites(const std::string& path,
+                                const std::optional<std::string>& lockName);
+
+  // Makes an application bundle known to the desktop; whether that succeeded.
+  static bool registerApplicationWithLaunchServices(const std::string& path);
+};
+
+// Tells file managers to look at the item again, by an event of its attributes; its times and
+// permissions stay. Answers 0 or the system's error number: for a reference that refers to nothing
+// nothing is sent. Any thread; waits for nobody.
+std::int16_t SendFinderSyncEvent(const platform::FileReference& reference);
