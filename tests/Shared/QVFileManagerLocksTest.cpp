@@ -8,41 +8,38 @@
 #include "Shared/QVFileManager.h"
 #include "Shared/QVLog.h"
 #include "platform/FileSystem.h"
-#include "tests/support/Sandbox.h"
+#include "tests/support/LogFixture.h"
 
 namespace {
 
 namespace fs = platform::file_system;
 using std::filesystem::create_directory_symlink;
 using std::filesystem::create_symlink;
-using test::readFile;
 using test::Sandbox;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-class QVFileManagerLocksTest : public testing::Test {
+class QVFileManagerLocksTest : public test::LogFixture {
  protected:
-  // The superuser's log is the console user's.
+  // From here on there is a log, and its reader is an ordinary user.
   void startLog() {
-    if (Sandbox::canSimulateMachine()) {
-      sandbox_.simulateMachine();
-      sandbox_.setConsoleUser(Sandbox::kConsoleUser);
-    }
+    becomeOrdinaryUser();
     QVLog::createNewLog("test");
   }
-  static std::string log() {
+  std::string log() const {
     QVLog::finishWriting();
-    const std::vector<std::string> logs = QVLog::availableLogs();
-    return logs.empty() ? "" : readFile(logs.front());
+    return read(1);
+  }
+  // In the home, relative to the sandbox.
+  std::string inHome(const std::string& name) const {
+    return sandbox_.home().substr(sandbox_.root().size() + 1) + "/" + name;
   }
   static bool canLock(const std::string& file) {
     const bool can = fs::setImmutable(file, true).ok();
     static_cast<void>(fs::setImmutable(file, false).ok());
     return can;
   }
-
-  Sandbox sandbox_;
 };
 
 constexpr char kNeedsLocks[] = "needs root and a file system with locks";
@@ -95,12 +92,13 @@ TEST_F(QVFileManagerLocksTest, AFailureOfEitherIsLoggedAsAFailedUnlock) {
 }
 
 TEST_F(QVFileManagerLocksTest, UnlockingWhatIsNotLockedIsSilent) {
-  const std::string file = sandbox_.makeFile("tree/file");
-  create_symlink("nowhere", sandbox_.path("tree/link"));
-  if (!canLock(file)) GTEST_SKIP() << kNeedsLocks;
+  const bool locks = canLock(sandbox_.makeFile("probe"));
   startLog();
+  if (!locks) GTEST_SKIP() << kNeedsLocks;
+  const std::string file = sandbox_.makeFile(inHome("tree/file"));
+  create_symlink("nowhere", sandbox_.path(inHome("tree/link")));
   QVFileManager::unlockFile(file);
-  QVFileManager::unlockFolder(sandbox_.path("tree"));
+  QVFileManager::unlockFolder(sandbox_.path(inHome("tree")));
   QVFileManager::unlockFolder(sandbox_.path("missing"));
   EXPECT_THAT(log(), Not(HasSubstr("Unable to unlock")));
 }

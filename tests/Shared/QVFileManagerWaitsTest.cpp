@@ -10,7 +10,7 @@
 #include "Shared/QVFileManager.h"
 #include "Shared/QVLog.h"
 #include "platform/FileSystem.h"
-#include "tests/support/Sandbox.h"
+#include "tests/support/LogFixture.h"
 
 namespace {
 
@@ -18,27 +18,23 @@ namespace fs = platform::file_system;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
-using test::readFile;
-using test::Sandbox;
 using testing::HasSubstr;
 using testing::Not;
 
-class QVFileManagerWaitsTest : public testing::Test {
+class QVFileManagerWaitsTest : public test::LogFixture {
  protected:
-  Sandbox sandbox_;
-
-  // The superuser's log is the console user's.
   QVFileManagerWaitsTest() {
-    if (Sandbox::canSimulateMachine()) {
-      sandbox_.simulateMachine();
-      sandbox_.setConsoleUser(Sandbox::kConsoleUser);
-    }
+    becomeOrdinaryUser();
     QVLog::createNewLog("test");
   }
 
-  static std::string log() {
+  std::string log() const {
     QVLog::finishWriting();
-    return readFile(QVLog::availableLogs().at(0));
+    return read(1);
+  }
+  std::string path(const std::string& name) const { return sandbox_.home() + "/" + name; }
+  std::string makeFile(const std::string& name, const std::string& contents = "") const {
+    return sandbox_.makeFile(path(name).substr(sandbox_.root().size() + 1), contents);
   }
   static int count(const std::string& text, const std::string& part) {
     int found = 0;
@@ -48,10 +44,10 @@ class QVFileManagerWaitsTest : public testing::Test {
     return found;
   }
   // A file that was last changed `age` ago.
-  std::string agedFile(const std::string& relative, milliseconds age) const {
-    const std::string path = sandbox_.makeFile(relative, "x");
-    EXPECT_TRUE(fs::setModificationDate(path, std::chrono::system_clock::now() - age).ok());
-    return path;
+  std::string agedFile(const std::string& name, milliseconds age) const {
+    const std::string made = makeFile(name, "x");
+    EXPECT_TRUE(fs::setModificationDate(made, std::chrono::system_clock::now() - age).ok());
+    return made;
   }
   template <class Call>
   static milliseconds timeOf(Call call) {
@@ -62,77 +58,77 @@ class QVFileManagerWaitsTest : public testing::Test {
 };
 
 TEST_F(QVFileManagerWaitsTest, AMissingFileIsLoggedOnceAndWaitedForHalfAMillisecond) {
-  const std::string path = sandbox_.path("missing");
-  const auto time = timeOf([&] { QVFileManager::waitForFileCreation(path, seconds(60)); });
+  const std::string missing = path("missing");
+  const auto time = timeOf([&] { QVFileManager::waitForFileCreation(missing, seconds(60)); });
   EXPECT_LT(time, seconds(2));
-  EXPECT_EQ(count(log(), "File " + path + " is not yet created. Waiting..."), 1);
+  EXPECT_EQ(count(log(), "File " + missing + " is not yet created. Waiting..."), 1);
 }
 
 TEST_F(QVFileManagerWaitsTest, AnEmptyFileIsNotCreatedYetAndAFilledOneIs) {
-  const std::string empty = sandbox_.makeFile("empty");
+  const std::string empty = makeFile("empty");
   QVFileManager::waitForFileCreation(empty, seconds(0));
   EXPECT_THAT(log(), HasSubstr("File " + empty + " is not yet created. Waiting..."));
-  const std::string filled = sandbox_.makeFile("filled", "x");
+  const std::string filled = makeFile("filled", "x");
   QVFileManager::waitForFileCreation(filled, seconds(60));
   EXPECT_THAT(log(), Not(HasSubstr(filled)));
 }
 
 TEST_F(QVFileManagerWaitsTest, ANegativeTimeOutIsOverAtOnce) {
-  QVFileManager::waitForFileCreation(sandbox_.path("missing"), seconds(-1));
+  QVFileManager::waitForFileCreation(path("missing"), seconds(-1));
   EXPECT_THAT(log(), Not(HasSubstr("not yet created")));
 }
 
 TEST_F(QVFileManagerWaitsTest, AFileThatWasChangedLongAgoIsNotWaitedFor) {
-  const std::string path = agedFile("old", seconds(60));
-  QVFileManager::waitForFileWrites(path);
-  QVFileManager::waitForFileWrites(path, "no such lock");
-  QVFileManager::waitForFileWrites(sandbox_.path("missing"));
+  const std::string aged = agedFile("old", seconds(60));
+  QVFileManager::waitForFileWrites(aged);
+  QVFileManager::waitForFileWrites(aged, "no such lock");
+  QVFileManager::waitForFileWrites(path("missing"));
   EXPECT_THAT(log(), Not(HasSubstr("Waiting...")));
 }
 
 TEST_F(QVFileManagerWaitsTest, AFileThatWasJustChangedIsWaitedForUntilItHasBeenQuiet) {
-  const std::string path = agedFile("new", milliseconds(3700));
-  const auto time = timeOf([&] { QVFileManager::waitForFileWrites(path); });
+  const std::string aged = agedFile("new", milliseconds(3700));
+  const auto time = timeOf([&] { QVFileManager::waitForFileWrites(aged); });
   EXPECT_GE(time, milliseconds(250));
   EXPECT_LT(time, milliseconds(3000));
-  EXPECT_THAT(log(), HasSubstr("File " + path + " is currently being written to. Waiting..."));
-  EXPECT_THAT(log(), HasSubstr("File " + path + " finished writing."));
+  EXPECT_THAT(log(), HasSubstr("File " + aged + " is currently being written to. Waiting..."));
+  EXPECT_THAT(log(), HasSubstr("File " + aged + " finished writing."));
 }
 
 TEST_F(QVFileManagerWaitsTest, AFileThatKeepsChangingKeepsTheCaller) {
-  const std::string path = agedFile("new", milliseconds(3800));
+  const std::string aged = agedFile("new", milliseconds(3800));
   std::thread writer([&] {
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_TRUE(
-        fs::setModificationDate(path, std::chrono::system_clock::now() - milliseconds(3700)).ok());
+        fs::setModificationDate(aged, std::chrono::system_clock::now() - milliseconds(3700)).ok());
   });
-  const auto time = timeOf([&] { QVFileManager::waitForFileWrites(path); });
+  const auto time = timeOf([&] { QVFileManager::waitForFileWrites(aged); });
   writer.join();
   EXPECT_GE(time, milliseconds(350));
 }
 
 TEST_F(QVFileManagerWaitsTest, ALockFileBesideAnOldFileIsLoggedAndNotWaitedFor) {
-  const std::string path = agedFile("folder/old", seconds(60));
-  sandbox_.makeFile("folder/lock");
-  const auto time = timeOf([&] { QVFileManager::waitForFileWrites(path, "lock"); });
+  const std::string aged = agedFile("folder/old", seconds(60));
+  makeFile("folder/lock");
+  const auto time = timeOf([&] { QVFileManager::waitForFileWrites(aged, "lock"); });
   EXPECT_LT(time, seconds(2));
-  EXPECT_THAT(log(), HasSubstr("File " + path + " is currently being written to. Waiting..."));
-  EXPECT_THAT(log(), HasSubstr("File " + path + " finished writing."));
+  EXPECT_THAT(log(), HasSubstr("File " + aged + " is currently being written to. Waiting..."));
+  EXPECT_THAT(log(), HasSubstr("File " + aged + " finished writing."));
 }
 
 TEST_F(QVFileManagerWaitsTest, AMissingFileWithItsLockFileIsWaitedFor) {
-  const std::string path = sandbox_.path("folder/coming");
-  sandbox_.makeFile("folder/lock");
+  const std::string coming = path("folder/coming");
+  makeFile("folder/lock");
   std::thread maker([&] {
     std::this_thread::sleep_for(milliseconds(50));
     const std::string made = agedFile("folder/made", seconds(60));
-    std::filesystem::rename(made, path);
+    std::filesystem::rename(made, coming);
   });
-  const auto time = timeOf([&] { QVFileManager::waitForFileWrites(path, "lock"); });
+  const auto time = timeOf([&] { QVFileManager::waitForFileWrites(coming, "lock"); });
   maker.join();
   EXPECT_GE(time, milliseconds(45));
-  EXPECT_TRUE(fs::exists(path));
-  EXPECT_THAT(log(), HasSubstr("File " + path + " finished writing."));
+  EXPECT_TRUE(fs::exists(coming));
+  EXPECT_THAT(log(), HasSubstr("File " + coming + " finished writing."));
 }
 
 }  // namespace

@@ -1,0 +1,92 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "Shared/QVAuthorization.h"
+#include "Shared/QVFileManager.h"
+#include "platform/FileSystem.h"
+#include "tests/support/Polkit.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/WaitFor.h"
+
+namespace {
+
+namespace fs = platform::file_system;
+using std::chrono::hours;
+using std::chrono::system_clock;
+using test::Sandbox;
+
+class QVFileManagerTouchTest : public testing::Test {
+ protected:
+  static void makeOld(const std::string& path) {
+    ASSERT_TRUE(fs::setModificationDate(path, system_clock::now() - hours(24)).ok());
+  }
+  static bool isNew(const std::string& path) {
+    const auto attributes = fs::attributes(path);
+    return attributes && attributes->modificationDate > system_clock::now() - hours(1);
+  }
+
+  Sandbox sandbox_;
+};
+
+TEST_F(QVFileManagerTouchTest, AFileAndAFolderGetTheTimesOfNow) {
+  for (const std::string& path :
+       {sandbox_.makeFile("file", "x"), sandbox_.makeDirectory("A.app")}) {
+    makeOld(path);
+    EXPECT_TRUE(QVFileManager::touchFile(path));
+    EXPECT_TRUE(isNew(path)) << path;
+  }
+}
+
+TEST_F(QVFileManagerTouchTest, WithTheDateOfCreationItSucceedsAllTheSame) {
+  const std::string file = sandbox_.makeFile("file", "x");
+  makeOld(file);
+  EXPECT_TRUE(QVFileManager::touchFile(file, true));
+  EXPECT_TRUE(isNew(file));
+}
+
+TEST_F(QVFileManagerTouchTest, AMissingFileIsNotMadeAndNoRightsAreAskedFor) {
+  if (Sandbox::canSimulateMachine()) {
+    sandbox_.simulateMachine();
+    sandbox_.becomeUser(Sandbox::kConsoleUser);
+  }
+  const std::string missing = sandbox_.home() + "/missing";
+  EXPECT_TRUE(QVFileManager::touchFile(missing));
+  EXPECT_FALSE(fs::exists(missing));
+  EXPECT_FALSE(QVAuthorization::sharedController().isAuthorized());
+}
+
+TEST_F(QVFileManagerTouchTest, NoPathIsRefused) {
+  EXPECT_FALSE(QVFileManager::touchFile(std::nullopt));
+  EXPECT_FALSE(QVFileManager::touchFile(std::nullopt, true));
+}
+
+TEST_F(QVFileManagerTouchTest, WhatTheUserMayNotWriteIsTouchedWithAdministratorRights) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const test::Polkit polkit(sandbox_);
+  const std::string file = sandbox_.makeFile("roots", "x");
+  makeOld(file);
+  EXPECT_TRUE(test::passesAs(sandbox_, Sandbox::kConsoleUser, [&] {
+    EXPECT_TRUE(QVAuthorization::sharedController().authStartWithUser(test::Polkit::kAdministrator,
+                                                                      test::Polkit::kPassword));
+    EXPECT_TRUE(QVFileManager::touchFile(file));
+    EXPECT_TRUE(test::waitFor([&] { return isNew(file); }));
+  }));
+}
+
+TEST_F(QVFileManagerTouchTest, WithoutAdministratorRightsItFails) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const test::Polkit polkit(sandbox_, test::Polkit::Without::bus);
+  const std::string file = sandbox_.makeFile("roots", "x");
+  makeOld(file);
+  EXPECT_TRUE(test::passesAs(sandbox_, Sandbox::kConsoleUser, [&] {
+    EXPECT_FALSE(QVFileManager::touchFile(file));
+    EXPECT_FALSE(isNew(file));
+  }));
+}
+
+}  // namespace
