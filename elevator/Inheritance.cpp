@@ -11,6 +11,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -63,7 +64,11 @@ void closeAllBut(int kept) {
 }
 
 void resetSignals() {
-  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
+  for (int number = 1; number < NSIG; ++number) {
+    // What is pending is forgotten when it is ignored.
+    ::signal(number, SIG_IGN);
+    ::signal(number, SIG_DFL);
+  }
   // A report whose reader has gone.
   ::signal(SIGPIPE, SIG_IGN);
   sigset_t none;
@@ -80,7 +85,11 @@ void resetTimers() {
 }
 
 void setLimit(__rlimit_resource resource, rlim_t soft, rlim_t hard) {
-  const rlimit limit{soft, hard};
+  rlimit limit{soft, hard};
+  if (::setrlimit(resource, &limit) == 0) return;
+  // Where even root may not raise it (capabilities(7), CAP_SYS_RESOURCE), as far as it goes.
+  if (::getrlimit(resource, &limit) != 0) return;
+  limit.rlim_cur = std::min(soft, limit.rlim_max);
   ::setrlimit(resource, &limit);
 }
 
@@ -135,8 +144,8 @@ void shedInheritance(const Descriptor& kept) {
   ::setsid();
   [[maybe_unused]] const int moved = ::chdir("/");
   ::umask(S_IWGRP | S_IWOTH);
-  resetSignals();
   resetTimers();
+  resetSignals();
   resetLimits();
   resetPriorities();
 }

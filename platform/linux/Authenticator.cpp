@@ -17,6 +17,7 @@ namespace platform {
 namespace {
 
 constexpr std::chrono::seconds kReadyLimit(5);
+constexpr std::chrono::seconds kGoneLimit(2);
 // PAM takes no more than this of either.
 constexpr std::size_t kLongest = 512;
 
@@ -49,9 +50,16 @@ Authenticator::Authenticator(const privilege::Credentials& credentials) {
   ready_ = start(Descriptor(ends[1])) && tell(socket_, credentials) && hearReady(socket_);
 }
 
-bool Authenticator::start(const Descriptor& socket) {
+Authenticator::~Authenticator() {
+  socket_ = Descriptor();
+  if (program_ == nullptr) return;
+  if (!elevator::waitReadable(program_->handle()->pidfd.get(), kGoneLimit)) program_->terminate();
+}
+
+bool Authenticator::start(Descriptor socket) {
   ChildProgram program;
-  program.path = path::appending(path::deletingLastComponent(process_info::executablePath()), "authenticator");
+  program.path =
+      path::appending(path::deletingLastComponent(process_info::executablePath()), "authenticator");
   program.arguments = {program.path};
   program.environment = std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
   program.ends = {socket.get(), ChildProgram::kNullDevice, ChildProgram::kNullDevice};

@@ -15,6 +15,11 @@ class Authenticator {
  public:
   // Blocks until the authority knows the program, for at most some seconds.
   explicit Authenticator(const privilege::Credentials& credentials);
+  // Blocks until the authority has forgotten the program, which it does at once: it takes no other
+  // for the same process before.
+  ~Authenticator();
+  Authenticator(const Authenticator&) = delete;
+  Authenticator& operator=(const Authenticator&) = delete;
 
   // Whether the authority will ask it. If not, nothing must be asked: a dialog would be shown.
   bool isReady() const { return ready_; }
@@ -22,10 +27,11 @@ class Authenticator {
   const Descriptor& gone() const { return socket_; }
 
  private:
-  bool start(const Descriptor& socket);
+  // Takes over the program's end, so that the end of the program is the end of the stream.
+  bool start(Descriptor socket);
 
-  // Its end closes first and is how the program learns that it is no longer needed.
   std::unique_ptr<ChildProcess> program_;
+  // Closing it tells the program that it is no longer needed.
   Descriptor socket_;
   bool ready_ = false;
 };

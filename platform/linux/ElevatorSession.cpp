@@ -67,11 +67,13 @@ bool ElevatorSession::isAlive(std::chrono::milliseconds limit) {
 
 Outcome ElevatorSession::askForRights() {
   const std::lock_guard lock(mutex_);
+  if (!canStartElevator()) return Outcome::unavailable;
   return startElevator(channel_, std::move(elevatorsEnd_), Descriptor(), kPersonLimit, elevator_);
 }
 
 Outcome ElevatorSession::obtainRights(const privilege::Credentials& credentials) {
   const std::lock_guard lock(mutex_);
+  if (!canStartElevator()) return Outcome::unavailable;
   const Authenticator authenticator(credentials);
   if (!authenticator.isReady()) return Outcome::unavailable;
   return startElevator(channel_, std::move(elevatorsEnd_), authenticator.gone(), kPasswordLimit,

@@ -77,13 +77,16 @@ bool isHello(ElevatorChannel& channel, const ChildProcess& child) {
 
 }  // namespace
 
+bool canStartElevator() {
+  if (::access(QV_ELEVATOR_PATH, F_OK) != 0) return false;
+  // Once asked, pkexec waits for an answer as long as it takes: not even asked is a service that
+  // does not answer anything.
+  return ::getuid() == 0 || polkitAnswers(kPresenceLimit);
+}
+
 Outcome startElevator(ElevatorChannel& channel, Descriptor elevatorsEnd, const Descriptor& agent,
                       std::chrono::milliseconds limit, std::unique_ptr<ChildProcess>& elevator) {
   const auto end = Clock::now() + limit;
-  if (::access(QV_ELEVATOR_PATH, F_OK) != 0) return Outcome::unavailable;
-  // Once asked, pkexec waits for an answer as long as it takes: not even asked is a service that
-  // does not answer anything.
-  if (::getuid() != 0 && !polkitAnswers(kPresenceLimit)) return Outcome::unavailable;
   if (!channel.sendHello()) return Outcome::unavailable;
   try {
     elevator = std::make_unique<ChildProcess>(program(elevatorsEnd));

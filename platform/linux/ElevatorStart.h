@@ -10,6 +10,10 @@
 
 namespace platform {
 
+// Whether the elevator is installed and those who decide about it answer; blocks for some seconds at
+// most.
+bool canStartElevator();
+
 // Starts the elevator with `elevatorsEnd` as its standard input, as root through pkexec(1),
 // directly when this process is root, and waits until it has answered on `channel` or there is no
 // more hope. `agent` is a descriptor that becomes readable when whoever is to authenticate has

@@ -1,32 +1,55 @@
 #include "platform/Privilege.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
+#include <cstdlib>
 #include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
+#include "elevator/Channel.h"
+#include "elevator/Messages.h"
+#include "tests/support/ChildProgram.h"
 #include "tests/support/Polkit.h"
+#include "tests/support/ProcessState.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using platform::privilege::Credentials;
+namespace privilege = platform::privilege;
 using platform::privilege::Outcome;
 using platform::privilege::Output;
 using platform::privilege::Session;
+using test::passed;
 using test::passesAs;
 using test::Polkit;
 using test::Sandbox;
+using test::startAs;
 using test::waitFor;
 
 constexpr char kUser[] = "anna";
 
-std::string readAll(platform::privilege::ToolOutput& output) {
+std::string readAll(privilege::ToolOutput& output) {
   std::string text;
   std::array<std::byte, 256> buffer{};
   for (std::size_t size = 0; (size = output.read(buffer)) > 0;) {
@@ -35,10 +58,67 @@ std::string readAll(platform::privilege::ToolOutput& output) {
   return text;
 }
 
+std::string idOfToolIn(Session& session) {
+  const auto execution = session.execute("/usr/bin/id", {"-u"}, Output::piped);
+  return execution.output == nullptr ? "" : readAll(*execution.output);
+}
+
+Outcome tryPassword(const std::string& user, const std::string& password) {
+  return Session::create().session->obtainRights({user, password});
+}
+
+Outcome tryDialog() {
+  return Session::create().session->askForRights();
+}
+
 std::shared_ptr<Session> sessionWithPassword() {
   auto session = Session::create().session;
   EXPECT_EQ(session->obtainRights({Polkit::kAdministrator, Polkit::kPassword}), Outcome::granted);
   return session;
+}
+
+// The person at the desktop, for this process.
+class Person {
+ public:
+  explicit Person(std::vector<std::string> behaviour) : agent_(command(std::move(behaviour))) {
+    EXPECT_TRUE(agent_.waitForLine("ready"));
+  }
+
+  bool wasAsked() { return agent_.waitForLine("asked com.quorvale.UpdateHelper.elevate"); }
+
+ private:
+  static std::vector<std::string> command(std::vector<std::string> behaviour) {
+    std::vector<std::string> words = {std::string(QV_TEST_PROGRAMS) + "/PolkitAgent",
+                                      std::to_string(::getpid())};
+    words.insert(words.end(), behaviour.begin(), behaviour.end());
+    return words;
+  }
+
+  test::ChildProgram agent_;
+};
+
+// The seconds that `body` takes.
+double secondsOf(const std::function<void()>& body) {
+  const auto start = std::chrono::steady_clock::now();
+  body();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// The elevator of this machine, which is this process's mount namespace; 0 when none runs.
+pid_t elevatorOfMachine() {
+  const fs::path machine = fs::read_symlink("/proc/self/ns/mnt");
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    std::error_code gone;
+    if (fs::read_symlink(entry.path() / "exe", gone) == QV_TEST_ELEVATOR_PATH &&
+        fs::read_symlink(entry.path() / "ns/mnt", gone) == machine) {
+      return std::atoi(entry.path().filename().c_str());
+    }
+  }
+  return 0;
+}
+
+bool elevatorRuns() {
+  return elevatorOfMachine() != 0;
 }
 
 // A machine with a system bus, an authority, an administrator and an installed elevator.
@@ -49,18 +129,331 @@ class PrivilegeTest : public testing::Test {
     sandbox_.simulateMachine();
   }
 
+  void TearDown() override {
+    EXPECT_TRUE(waitFor([] { return !elevatorRuns(); }));
+  }
+
+  void asUser(const std::function<void()>& body) { EXPECT_TRUE(passesAs(sandbox_, kUser, body)); }
+
   Sandbox sandbox_;
 };
 
+// --- A name and a password ---
+
 TEST_F(PrivilegeTest, ANameAndAPasswordStartASessionThatRunsToolsAsTheSuperuser) {
   const Polkit polkit(sandbox_);
-  EXPECT_TRUE(passesAs(sandbox_, kUser, [] {
+  asUser([] {
     const auto session = sessionWithPassword();
     const auto execution = session->execute("/usr/bin/id", {"-u"}, Output::piped);
     ASSERT_EQ(execution.status, 0);
     EXPECT_EQ(readAll(*execution.output), "0\n");
     EXPECT_EQ(execution.output->terminationStatus(), 0);
-  }));
+    EXPECT_EQ(execution.output->terminationStatus(), 0) << "it is remembered";
+  });
+}
+
+TEST_F(PrivilegeTest, WrongAndEmptyPasswordsAreRefusedInTimeAndTheNextTryWorks) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    for (const char* password : {"wrong", ""}) {
+      EXPECT_LT(secondsOf([&] {
+                  EXPECT_EQ(tryPassword(Polkit::kAdministrator, password), Outcome::refused);
+                }),
+                10);
+    }
+    EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
+  });
+}
+
+TEST_F(PrivilegeTest, OneWhoIsNoAdministratorIsRefusedAtOnce) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    EXPECT_LT(secondsOf([] {
+                EXPECT_EQ(tryPassword(kUser, Polkit::kPassword), Outcome::refused);
+                EXPECT_EQ(tryPassword("nobody-of-that-name", "x"), Outcome::refused);
+                EXPECT_EQ(tryPassword("", ""), Outcome::refused);
+                EXPECT_EQ(tryPassword("root", "x"), Outcome::refused);
+              }),
+              5);
+    EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
+  });
+}
+
+TEST_F(PrivilegeTest, WhatCannotBeANameOrAPasswordIsNotTried) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    EXPECT_EQ(tryPassword(std::string(10000, 'x'), "x"), Outcome::unavailable);
+    EXPECT_EQ(tryPassword("bert", std::string("correct horse\0x", 15)), Outcome::unavailable);
+  });
+}
+
+TEST_F(PrivilegeTest, AMachineWithoutAnAdministratorRefuses) {
+  const Polkit polkit(sandbox_, Polkit::Without::administrator);
+  asUser(
+      [] { EXPECT_EQ(tryPassword(Polkit::kAdministrator, Polkit::kPassword), Outcome::refused); });
+}
+
+TEST_F(PrivilegeTest, APasswordAnswersForOneSessionAlone) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    const auto session = sessionWithPassword();
+    EXPECT_EQ(tryDialog(), Outcome::refused) << "nobody is left to ask";
+  });
+}
+
+// --- The dialog ---
+
+TEST_F(PrivilegeTest, ThePersonIsAskedOnceForTheLifeOfTheSession) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    auto session = Session::create().session;
+    {
+      Person person({"answer", Polkit::kPassword});
+      EXPECT_EQ(session->askForRights(), Outcome::granted);
+      EXPECT_TRUE(person.wasAsked());
+    }
+    EXPECT_EQ(idOfToolIn(*session), "0\n");
+    EXPECT_EQ(idOfToolIn(*session), "0\n");
+  });
+}
+
+TEST_F(PrivilegeTest, ADismissedDialogIsACancelAndTheNextTryWorks) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    {
+      Person person({"dismiss"});
+      EXPECT_EQ(tryDialog(), Outcome::cancelled);
+      EXPECT_TRUE(person.wasAsked());
+    }
+    EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
+  });
+}
+
+TEST_F(PrivilegeTest, AnAgentThatDiesInTheMiddleIsARefusalAndTheNextTryWorks) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    {
+      Person person({"die"});
+      EXPECT_LT(secondsOf([] { EXPECT_NE(tryDialog(), Outcome::granted); }), 5);
+      EXPECT_TRUE(person.wasAsked());
+    }
+    EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
+  });
+}
+
+TEST_F(PrivilegeTest, WithoutAnAgentThereIsNobodyToAsk) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    EXPECT_LT(secondsOf([] { EXPECT_EQ(tryDialog(), Outcome::refused); }), 5);
+    EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
+  });
+}
+
+// --- What can be missing ---
+
+void expectUnavailable() {
+  EXPECT_LT(secondsOf([] {
+              EXPECT_EQ(tryPassword(Polkit::kAdministrator, Polkit::kPassword),
+                        Outcome::unavailable);
+              EXPECT_EQ(tryDialog(), Outcome::unavailable);
+            }),
+            5);
+}
+
+TEST_F(PrivilegeTest, WithoutABusNothingCanBeGranted) {
+  const Polkit polkit(sandbox_, Polkit::Without::bus);
+  asUser(expectUnavailable);
+}
+
+TEST_F(PrivilegeTest, WithoutAnAuthorityNothingCanBeGranted) {
+  const Polkit polkit(sandbox_, Polkit::Without::authority);
+  asUser(expectUnavailable);
+}
+
+TEST_F(PrivilegeTest, WithoutTheElevatorNothingCanBeGranted) {
+  const Polkit polkit(sandbox_, Polkit::Without::elevator);
+  asUser(expectUnavailable);
+}
+
+TEST_F(PrivilegeTest, AProcessThatMayGainNoPrivilegesGainsNone) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    ASSERT_EQ(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    EXPECT_LT(secondsOf([] {
+                EXPECT_EQ(tryPassword(Polkit::kAdministrator, Polkit::kPassword), Outcome::refused);
+                EXPECT_EQ(tryDialog(), Outcome::refused);
+              }),
+              5);
+  });
+}
+
+// Takes the whole bound of five seconds for an authority that does not answer.
+TEST_F(PrivilegeTest, AnAuthorityThatHangsIsGivenUpAndTheNextTryWorks) {
+  const Polkit polkit(sandbox_);
+  polkit.hang();
+  asUser([] { EXPECT_LT(secondsOf([] { EXPECT_EQ(tryDialog(), Outcome::unavailable); }), 8); });
+  polkit.goOn();
+  asUser([] { EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n"); });
+}
+
+// --- The session's life ---
+
+TEST_F(PrivilegeTest, ASessionWithoutRightsRunsNothing) {
+  asUser([] {
+    EXPECT_EQ(Session::create().session->execute("/bin/true", {}, Output::discarded).status,
+              privilege::kSessionLost);
+  });
+}
+
+TEST_F(PrivilegeTest, AnEndedSessionRunsNothingAndLeavesNothing) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    // What the first session leaves open is not made again by the second.
+    sessionWithPassword()->end();
+    EXPECT_TRUE(waitFor([] { return test::children() == 0; }));
+    const std::size_t before = test::openDescriptors();
+    const auto session = sessionWithPassword();
+    session->end();
+    session->end();
+    EXPECT_EQ(session->execute("/bin/true", {}, Output::discarded).status, privilege::kSessionLost);
+    EXPECT_TRUE(waitFor([] { return test::children() == 0; }));
+    EXPECT_TRUE(waitFor([&] { return test::openDescriptors() == before; }));
+  });
+}
+
+TEST_F(PrivilegeTest, ManyThreadsShareOneSession) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    const auto session = sessionWithPassword();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&session] {
+        for (int run = 0; run < 5; ++run) EXPECT_EQ(idOfToolIn(*session), "0\n");
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+  });
+}
+
+TEST_F(PrivilegeTest, TheElevatorsEndIsNoticed) {
+  const Polkit polkit(sandbox_);
+  const std::string started = sandbox_.homeOf(kUser) + "/started";
+  const pid_t child = startAs(sandbox_, kUser, [&started] {
+    const auto session = sessionWithPassword();
+    fs::create_directory(started);
+    EXPECT_TRUE(waitFor([&] {
+      return session->execute("/bin/true", {}, Output::discarded).status == privilege::kSessionLost;
+    }));
+    EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
+  });
+  EXPECT_TRUE(waitFor([&] { return fs::exists(started); }));
+  const pid_t elevator = elevatorOfMachine();
+  ::kill(elevator, SIGKILL);
+  EXPECT_TRUE(passed(child));
+}
+
+TEST_F(PrivilegeTest, ArgumentsArriveAsTheyAre) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    const auto session = sessionWithPassword();
+    const std::vector<std::string> words = {
+        "-c", "printf '<%s>' \"$@\"", "sh", "", "a b", "$(id)", "\xc3\xa4\xff", "-x", "new\nline"};
+    const auto execution = session->execute("/bin/sh", words, Output::piped);
+    ASSERT_EQ(execution.status, 0);
+    EXPECT_EQ(readAll(*execution.output), "<><a b><$(id)><\xc3\xa4\xff><-x><new\nline>");
+    EXPECT_EQ(session->execute("/bin/sh", {std::string(200000, 'x')}, Output::discarded).status,
+              E2BIG);
+    EXPECT_EQ(session->execute("/bin/sh", {std::string("a\0b", 3)}, Output::discarded).status,
+              EINVAL);
+    EXPECT_EQ(session->execute("bin/sh", {}, Output::discarded).status, EINVAL);
+    EXPECT_EQ(idOfToolIn(*session), "0\n");
+  });
+}
+
+// --- Other processes of the same user ---
+
+TEST_F(PrivilegeTest, AProtectedProcessCannotBeReadByOthersOfItsUser) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    privilege::protectProcess();
+    const auto session = sessionWithPassword();
+    const pid_t self = ::getpid();
+    const pid_t thief = ::fork();
+    if (thief == 0) {
+      const bool traced = ::ptrace(PTRACE_ATTACH, self, nullptr, nullptr) == 0;
+      const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, self, 0));
+      bool stolen = false;
+      for (int number = 3; number < 64; ++number) {
+        stolen = stolen || ::syscall(SYS_pidfd_getfd, pidfd, number, 0) >= 0;
+      }
+      std::error_code refused;
+      fs::directory_iterator("/proc/" + std::to_string(self) + "/fd", refused);
+      const std::string memory = "/proc/" + std::to_string(self) + "/mem";
+      const bool read = ::open(memory.c_str(), O_RDONLY | O_CLOEXEC) >= 0;
+      ::_exit(pidfd >= 0 && !traced && !stolen && refused && !read ? 0 : 1);
+    }
+    EXPECT_TRUE(passed(thief));
+    EXPECT_EQ(idOfToolIn(*session), "0\n") << "and the session works";
+  });
+}
+
+TEST_F(PrivilegeTest, AChildThatWasForkedCannotUseTheChannel) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    const auto session = sessionWithPassword();
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::_exit(session->execute("/bin/true", {}, Output::discarded).status == privilege::kSessionLost
+                  ? 0
+                  : 1);
+    }
+    EXPECT_TRUE(passed(child));
+  });
+}
+
+// --- A session that a parent handed down ---
+
+// Makes a channel known to this process as a parent would.
+void handDown(int channel) {
+  ::setenv(elevator::kChannelVariable, std::to_string(channel).c_str(), 1);
+}
+
+TEST_F(PrivilegeTest, WithoutAHandedDownSessionThereIsNone) {
+  EXPECT_EQ(Session::inherited(), nullptr);
+}
+
+TEST_F(PrivilegeTest, WhatIsNoChannelIsNotTouched) {
+  for (const char* value : {"", "x", "-1", "1x", "99999999999", "200"}) {
+    ::setenv(elevator::kChannelVariable, value, 1);
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(Session::inherited() == nullptr ? 0 : 1);
+    EXPECT_TRUE(passed(child)) << value;
+  }
+  const int file = ::open("/dev/null", O_RDONLY);
+  handDown(file);
+  EXPECT_EQ(Session::inherited(), nullptr);
+  EXPECT_GE(::fcntl(file, F_GETFD), 0) << "it is somebody else's";
+  EXPECT_EQ(std::getenv(elevator::kChannelVariable), nullptr);
+}
+
+TEST_F(PrivilegeTest, APretenderWhoIsNotRootHandsNothingDown) {
+  elevator::ChannelPair pair = elevator::makeChannel();
+  const pid_t pretender = startAs(sandbox_, kUser, [&pair] {
+    EXPECT_TRUE(elevator::waitReadable(pair.other.get(), std::chrono::seconds(10)));
+    const auto packet = elevator::receive(pair.other.get(), 0);
+    const auto request = elevator::parseRequest(packet.bytes);
+    ASSERT_TRUE(request);
+    EXPECT_TRUE(elevator::send(pair.other.get(), encoded(elevator::Reply{request->id, 0})));
+  });
+  handDown(pair.one.get());
+  EXPECT_EQ(Session::inherited(), nullptr);
+  EXPECT_TRUE(passed(pretender));
+}
+
+TEST_F(PrivilegeTest, AParentThatDoesNotAnswerCostsASecond) {
+  const elevator::ChannelPair pair = elevator::makeChannel();
+  handDown(pair.one.get());
+  EXPECT_LT(secondsOf([] { EXPECT_EQ(Session::inherited(), nullptr); }), 2);
 }
 
 }  // namespace

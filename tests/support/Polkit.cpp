@@ -123,6 +123,12 @@ Polkit::Polkit(const Sandbox& sandbox, Without without) {
   givePasswords(sandbox);
   makeAdministrator(sandbox, without == Without::administrator ? "" : kAdministrator);
   if (without == Without::bus) return;
+  if (without == Without::authority) {
+    // Or the bus would start it when it is spoken to.
+    constexpr char kActivation[] =
+        "/usr/share/dbus-1/system-services/org.freedesktop.PolicyKit1.service";
+    check(::mount("/dev/null", kActivation, nullptr, MS_BIND, nullptr) == 0, "hide the activation");
+  }
 
   int ends[2];
   check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "socketpair");

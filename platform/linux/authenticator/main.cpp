@@ -15,13 +15,14 @@
 
 namespace {
 
-bool registerAgent(PolkitAgentListener* agent) {
+// What is to be given back at the end; null when the authority does not take the agent.
+gpointer registerAgent(PolkitAgentListener* agent) {
   PolkitSubject* parent =
       polkit_unix_process_new_for_owner(::getppid(), 0, static_cast<gint>(::getuid()));
   const gpointer registration = polkit_agent_listener_register(
       agent, POLKIT_AGENT_REGISTER_FLAGS_NONE, parent, nullptr, nullptr, nullptr);
   g_object_unref(parent);
-  return registration != nullptr;
+  return registration;
 }
 
 gboolean onParentDone(gint, GIOCondition, gpointer loop) {
@@ -36,11 +37,14 @@ int main() {
   ::prctl(PR_SET_DUMPABLE, 0);
   authenticator::Credentials credentials;
   if (!credentials.read()) return EXIT_FAILURE;
-  if (!registerAgent(authenticator::makeAgent(credentials))) return EXIT_FAILURE;
+  const gpointer registration = registerAgent(authenticator::makeAgent(credentials));
+  if (registration == nullptr) return EXIT_FAILURE;
   if (::send(STDIN_FILENO, "r", 1, MSG_NOSIGNAL) != 1) return EXIT_FAILURE;
   GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
   g_unix_fd_add(STDIN_FILENO, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP), onParentDone, loop);
   g_main_loop_run(loop);
-  // The authority forgets the agent when its connection closes.
+  // The authority would notice the end of the connection by itself, but too late for the parent's
+  // next try.
+  polkit_agent_listener_unregister(registration);
   return EXIT_SUCCESS;
 }
