@@ -97,8 +97,18 @@ class BinaryCheck {
     if (kind < data || kind > dictionary) return Extent{};
     const auto count = length(at);
     if (!count || *count > bytes_.size()) return std::nullopt;
-    if (kind < array) return Extent{.values = 1, .bytes = 16 + *count * 3, .height = 1};
+    if (kind < array) return measureText(kind, at, *count);
     return measureContainer(at, kind == dictionary ? *count * 2 : *count, level);
+  }
+
+  // Data and texts. A zero character in a key makes the library abort the process.
+  std::optional<Extent> measureText(unsigned kind, std::size_t at, std::size_t count) const {
+    const std::size_t unit = kind == utf16 ? 2 : 1;
+    if (at > bytes_.size() || count * unit > bytes_.size() - at) return std::nullopt;
+    for (std::size_t i = 0; kind != data && i < count; ++i) {
+      if (*number(at + i * unit, unit) == 0) return std::nullopt;
+    }
+    return Extent{.values = 1, .bytes = 16 + count * 3, .height = 1};
   }
 
   std::optional<Extent> measureContainer(std::size_t at, std::size_t references,

@@ -76,7 +76,8 @@ PropertyList::Date dateOf(plist_t node) {
 
 Node dateNode(PropertyList::Date date) {
   using Seconds = std::chrono::duration<double>;
-  const auto whole = std::chrono::floor<std::chrono::seconds>(date);
+  // Cut, not rounded down: the second below the clock's first date would overflow.
+  const auto whole = std::chrono::time_point_cast<std::chrono::seconds>(date);
   const std::string list = listOf(Seconds(whole - kEpoch).count() + Seconds(date - whole).count());
   plist_t node = nullptr;
   plist_from_bin(list.data(), static_cast<std::uint32_t>(list.size()), &node);

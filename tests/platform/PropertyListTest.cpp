@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <clocale>
+#include <cstdlib>
 #include <limits>
 
 #include "tests/support/Sandbox.h"
@@ -129,21 +130,30 @@ TEST(PropertyListTest, DatesLongBeforeAndAfterNowAreKept) {
               Optional(Eq(list)));
 }
 
-TEST(PropertyListTest, ADateBeyondTheClockBecomesItsLast) {
-  const auto list = property_list::parse(binary({std::string("\xD1\x01\x02", 3),
-                                                 "\x51"
-                                                 "d",
-                                                 "\x33\x7f\xf0" + std::string(6, '\0')}));
-  ASSERT_TRUE(list);
-  EXPECT_EQ(*list->at("d").get<PropertyList::Date>(), PropertyList::Date::max());
+TEST(PropertyListTest, ADateBeyondTheClockBecomesItsFirstOrLast) {
+  for (const auto& [sign, expected] : {std::pair("\x7f", PropertyList::Date::max()),
+                                       std::pair("\xff", PropertyList::Date::min())}) {
+    const auto list =
+        property_list::parse(binary({std::string("\xD1\x01\x02", 3),
+                                     "\x51"
+                                     "d",
+                                     "\x33" + std::string(sign) + "\xf0" + std::string(6, '\0')}));
+    ASSERT_TRUE(list);
+    EXPECT_EQ(*list->at("d").get<PropertyList::Date>(), expected);
+    const auto again = property_list::parse(property_list::serialized(*list, Format::binary));
+    EXPECT_THAT(again, Optional(Eq(*list)));
+  }
 }
 
 TEST(PropertyListTest, NumbersDoNotDependOnTheLocale) {
-  bool found = false;
-  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8"}) {
-    found = found || std::setlocale(LC_ALL, name) != nullptr;
+  const Sandbox sandbox;
+  const std::string make = "localedef -i de_DE -f UTF-8 " + sandbox.path("de_DE.UTF-8");
+  ::setenv("LOCPATH", sandbox.root().c_str(), 1);
+  if (std::system((make + " 2>/dev/null").c_str()) != 0 ||
+      std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) {
+    GTEST_SKIP() << "needs the system's locale sources, to make a locale with a decimal comma";
   }
-  if (!found) GTEST_SKIP() << "needs a locale with a decimal comma";
+  ASSERT_STREQ(std::localeconv()->decimal_point, ",");
   const Dictionary list = {{"real", 1234.5}};
   const std::string text = property_list::serialized(list, Format::xml);
   EXPECT_THAT(text, HasSubstr("1234.5"));
@@ -251,6 +261,19 @@ TEST(PropertyListTest, ABinaryListThatHoldsItselfIsRefused) {
                                             "\x51"
                                             "a",
                                             std::string("\xA1\x02", 2)})));
+}
+
+TEST(PropertyListTest, ABinaryListWithAZeroCharacterInATextIsRefused) {
+  for (const std::string& key : {std::string("\x52"
+                                             "a\0",
+                                             3),
+                                 std::string("\x62\0a\0\0", 5), std::string("\x51\0", 2)}) {
+    EXPECT_FALSE(property_list::parse(binary({std::string("\xD1\x01\x02", 3), key, "\x09"})));
+    EXPECT_FALSE(property_list::parse(binary({std::string("\xD1\x01\x02", 3),
+                                              "\x51"
+                                              "k",
+                                              key})));
+  }
 }
 
 // Forty arrays, each of which holds the next one twice: 2^40 values in 300 bytes.

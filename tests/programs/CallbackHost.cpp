@@ -15,7 +15,7 @@
 // and prints what it receives, a line a message: the member and its arguments.
 //
 //     CallbackHost [--name N]... [--answers MEMBER]... [--description FILE]
-//                  [--when-asked leave|hang|stop|flood] [--leave-after COUNT]
+//                  [--when-asked leave|hang|stop|flood] [--leave-after COUNT] [--prints no]
 namespace {
 
 struct Options {
@@ -26,6 +26,7 @@ struct Options {
   // What happens when somebody asks for the description.
   std::string whenAsked;
   int leaveAfter = -1;
+  bool prints = true;
 };
 
 Options options;
@@ -103,7 +104,7 @@ void print(sd_bus_message* message) {
 }
 
 int describe(sd_bus_message* question) {
-  std::printf("(asked)\n");
+  if (options.prints) std::printf("(asked)\n");
   std::fflush(stdout);
   if (options.whenAsked == "leave") std::_Exit(0);
   if (options.whenAsked == "stop") ::raise(SIGSTOP);
@@ -117,7 +118,7 @@ int receive(sd_bus_message* message, void*, sd_bus_error*) {
       0) {
     return describe(message);
   }
-  print(message);
+  if (options.prints) print(message);
   if (--options.leaveAfter == 0) std::_Exit(0);
   return 1;
 }
@@ -129,6 +130,7 @@ bool readOptions(const std::vector<std::string>& words) {
     if (words[i] == "--answers") options.answers.insert(value);
     if (words[i] == "--when-asked") options.whenAsked = value;
     if (words[i] == "--leave-after") options.leaveAfter = std::stoi(value);
+    if (words[i] == "--prints") options.prints = value != "no";
     if (words[i] == "--description") {
       std::ifstream file(value, std::ios::binary);
       options.description.assign(std::istreambuf_iterator<char>(file), {});
