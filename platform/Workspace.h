@@ -10,9 +10,17 @@ namespace platform::workspace {
 // (app, bundle, framework, plugin ...) or holds Contents/Info.plist.
 bool isFilePackage(const std::string& path);
 
-// Moves the items `names` of the folder `source` into the person's Trash, `trash`, from which file
-// managers can restore them. A taken name gets a free one. Each item is moved whole or not at all;
-// answers true when all were. Refuses none, an empty name and a name with a slash in it.
+// Moves the items `names` of the folder `source` into the Trash at `trash`, ".Trash" in the
+// person's home, from which file managers can restore them: that is a link, made when nothing is
+// there, to the home's trash by the freedesktop.org Trash specification, with the information for
+// restoring written before an item goes in. A real folder at `trash` takes the items without
+// information.
+//
+// A taken name gets a number before its extension. Each item is moved whole or not at all, across
+// file systems too, keeps its owner, and is never deleted; answers true when all were moved.
+// Refuses no names, an empty name, "." and "..", a name with a slash in it, and relative folders.
+// As superuser what is made in the console user's home belongs to its owner, and a Trash that leads
+// out of that home is refused. Blocks for the disk.
 bool recycle(const std::string& source, const std::string& trash,
              const std::vector<std::string>& names);
 

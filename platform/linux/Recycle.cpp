@@ -1,0 +1,112 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "platform/Path.h"
+#include "platform/Workspace.h"
+#include "platform/linux/ConsoleHome.h"
+#include "platform/linux/MoveItem.h"
+#include "platform/linux/TrashFolder.h"
+#include "platform/linux/TrashInformation.h"
+
+namespace platform::workspace {
+namespace {
+
+bool isItemName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
+bool writeAll(int file, const std::string& text) {
+  return ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+// The information file of one item; goes away again unless the item has gone into the Trash.
+class InformationFile {
+ public:
+  // errno tells why it could not be made: EEXIST when there is one already.
+  InformationFile(const FileDescriptor& folder, std::string name, const std::string& contents)
+      : folder_(folder), name_(std::move(name)) {
+    const ActingAsOwner owner(folder_);
+    if (!owner.ok()) return;
+    const FileDescriptor file(::openat(folder_.get(), name_.c_str(),
+                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    made_ = static_cast<bool>(file);
+    complete_ = made_ && writeAll(file.get(), contents);
+  }
+  ~InformationFile() {
+    if (made_ && !kept_) ::unlinkat(folder_.get(), name_.c_str(), 0);
+  }
+  InformationFile(const InformationFile&) = delete;
+  InformationFile& operator=(const InformationFile&) = delete;
+
+  bool complete() const noexcept { return complete_; }
+  void keep() noexcept { kept_ = true; }
+
+ private:
+  const FileDescriptor& folder_;
+  const std::string name_;
+  bool made_ = false;
+  bool complete_ = false;
+  bool kept_ = false;
+};
+
+class Recycler {
+ public:
+  Recycler(const std::string& source, const TrashFolder& trash) : source_(source), trash_(trash) {}
+
+  bool recycle(const std::string& name) const;
+
+ private:
+  int moveAs(const Location& item, const std::string& name) const;
+  int moveWithInformation(const Location& item, const std::string& name) const;
+
+  const std::string& source_;
+  const TrashFolder& trash_;
+};
+
+bool Recycler::recycle(const std::string& name) const {
+  if (!isItemName(name)) return false;
+  const Location item = locate(path::appending(source_, name));
+  if (!item || ::faccessat(item.descriptor(), item.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) {
+    return false;
+  }
+  for (unsigned attempt = 1;; ++attempt) {
+    const std::string candidate = nameInTrash(name, attempt);
+    const int error =
+        trash_.information ? moveWithInformation(item, candidate) : moveAs(item, candidate);
+    if (error != EEXIST) return error == 0;
+  }
+}
+
+int Recycler::moveAs(const Location& item, const std::string& name) const {
+  Location target;
+  target.name = name;
+  target.folder.reset(::fcntl(trash_.files.get(), F_DUPFD_CLOEXEC, 0));
+  return target ? moveItem(item, target).code() : errno;
+}
+
+int Recycler::moveWithInformation(const Location& item, const std::string& name) const {
+  InformationFile information(
+      trash_.information, trashInformationName(name),
+      trashInformation(path::appending(source_, item.name), std::time(nullptr)));
+  if (!information.complete()) return errno;
+  const int error = moveAs(item, name);
+  if (error == 0) information.keep();
+  return error;
+}
+
+}  // namespace
+
+bool recycle(const std::string& source, const std::string& trash,
+             const std::vector<std::string>& names) {
+  if (names.empty() || !source.starts_with('/') || !trash.starts_with('/')) return false;
+  const TrashFolder folder = openTrash(trash);
+  if (!folder) return false;
+  const Recycler recycler(source, folder);
+  bool all = true;
+  for (const std::string& name : names) all = recycler.recycle(name) && all;
+  return all;
+}
+
+}  // namespace platform::workspace
