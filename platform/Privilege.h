@@ -76,7 +76,7 @@ class Session {
   virtual ~Session() = default;
 
   // Obtains the rights through the desktop's authentication dialog. Blocks while the person thinks,
-  // for at most five minutes.
+  // for at most five minutes. As superuser, who would hand the session down, nobody is asked.
   virtual Outcome askForRights() = 0;
   // Obtains the rights with a name and a password; no dialog is ever shown. Blocks for at most
   // thirty seconds.
@@ -89,6 +89,14 @@ class Session {
   // ended. A started tool runs to its end, whatever becomes of this process.
   virtual Execution execute(const std::string& tool, const std::vector<std::string>& arguments,
                             Output output) = 0;
+
+  // Runs a program of one's own choosing, not as the superuser, that inherits this session: it
+  // finds it with inherited(), on a channel of its own that ends with it. It has this process's
+  // environment, and the channel as its standard input until it takes it. Blocks until the program
+  // has ended; answers its exit status or the number of the signal that ended it, or -1 when it
+  // could not be started. The session may be used meanwhile.
+  virtual int runInheriting(const std::string& program,
+                            const std::vector<std::string>& arguments) = 0;
 
   // Gives the rights back. Tools that run go on. Idempotent.
   virtual void end() = 0;

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "elevator/Messages.h"
@@ -27,6 +29,17 @@ std::size_t readSome(const Descriptor& pipe, std::span<std::byte> buffer) {
     size = ::read(pipe.get(), buffer.data(), buffer.size());
   } while (size < 0 && errno == EINTR);
   return size > 0 ? static_cast<std::size_t>(size) : 0;
+}
+
+// This process's environment, in which a child finds the number of its channel.
+std::vector<std::string> environmentWithChannel(int number) {
+  const std::string name = std::string(elevator::kChannelVariable) + "=";
+  std::vector<std::string> result;
+  for (char** each = environ; *each != nullptr; ++each) {
+    if (!std::string_view(*each).starts_with(name)) result.emplace_back(*each);
+  }
+  result.push_back(name + std::to_string(number));
+  return result;
 }
 
 class ElevatedOutput : public privilege::ToolOutput {
@@ -94,6 +107,33 @@ Execution ElevatorSession::execute(const std::string& tool,
   if (answer.status != 0 || !piped) return {answer.status, nullptr};
   return {0, std::make_shared<ElevatedOutput>(std::move(answer.descriptors[0]),
                                               std::move(answer.descriptors[1]))};
+}
+
+Descriptor ElevatorSession::newChannel() {
+  const std::lock_guard lock(mutex_);
+  if (elevatorsEnd_) return {};
+  auto answer = channel_.ask(elevator::Kind::newChannel, {}, 1);
+  return answer.status == 0 ? std::move(answer.descriptors[0]) : Descriptor();
+}
+
+int ElevatorSession::runInheriting(const std::string& program,
+                                   const std::vector<std::string>& arguments) {
+  Descriptor channel = newChannel();
+  if (!channel) return -1;
+  ChildProgram child;
+  child.path = program;
+  child.arguments = {program};
+  child.arguments.insert(child.arguments.end(), arguments.begin(), arguments.end());
+  child.environment = environmentWithChannel(STDIN_FILENO);
+  child.ends[STDIN_FILENO] = channel.get();
+  try {
+    ChildProcess process(child);
+    channel = Descriptor();
+    process.wait();
+    return process.status().value_or(-1);
+  } catch (const std::system_error&) {
+    return -1;
+  }
 }
 
 void ElevatorSession::end() {

@@ -27,9 +27,13 @@ class ElevatorSession : public privilege::Session {
   privilege::Outcome obtainRights(const privilege::Credentials& credentials) override;
   privilege::Execution execute(const std::string& tool, const std::vector<std::string>& arguments,
                                privilege::Output output) override;
+  int runInheriting(const std::string& program, const std::vector<std::string>& arguments) override;
   void end() override;
 
  private:
+  // A channel for a child; empty when the elevator gives none.
+  Descriptor newChannel();
+
   // Guards everything below: a request and its reply belong together.
   std::mutex mutex_;
   ElevatorChannel channel_;

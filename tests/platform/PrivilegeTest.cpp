@@ -456,4 +456,120 @@ TEST_F(PrivilegeTest, AParentThatDoesNotAnswerCostsASecond) {
   EXPECT_LT(secondsOf([] { EXPECT_EQ(Session::inherited(), nullptr); }), 2);
 }
 
+// The child is this program again: PrivilegeTestChild below plays the helper.
+int runChild(Session& session, const std::string& test) {
+  return session.runInheriting("/proc/self/exe",
+                               {"--gtest_also_run_disabled_tests", "--gtest_filter=" + test});
+}
+
+TEST(PrivilegeTestChild, DISABLED_UsesTheInheritedSession) {
+  privilege::protectProcess();
+  EXPECT_EQ(std::getenv(elevator::kChannelVariable), nullptr);
+  EXPECT_EQ(fs::read_symlink("/proc/self/fd/0"), "/dev/null");
+  // No program that is started now has the channel.
+  EXPECT_EQ(std::system("[ $(ls /proc/self/fd | wc -l) -eq 4 ] && [ -z \"$QV_ELEVATOR_CHANNEL\" ]"),
+            0);
+  const auto session = Session::inherited();
+  ASSERT_NE(session, nullptr);
+  EXPECT_EQ(idOfToolIn(*session), "0\n");
+  EXPECT_EQ(Session::inherited(), nullptr) << "it is answered once";
+}
+
+TEST(PrivilegeTestChild, DISABLED_IsKilledWhileAToolRuns) {
+  const auto session = Session::inherited();
+  ASSERT_NE(session, nullptr);
+  EXPECT_EQ(session
+                ->execute("/bin/sh", {"-c", "sleep 0.2; mkdir \"$0\"", std::getenv("DONE")},
+                          Output::discarded)
+                .status,
+            0);
+  ::kill(::getpid(), SIGKILL);
+}
+
+constexpr char kUses[] = "PrivilegeTestChild.DISABLED_UsesTheInheritedSession";
+
+TEST_F(PrivilegeTest, AChildUsesTheSessionThatItsParentHandsDown) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    privilege::protectProcess();
+    const auto session = sessionWithPassword();
+    EXPECT_EQ(runChild(*session, kUses), 0);
+    EXPECT_EQ(runChild(*session, kUses), 0) << "each has a channel of its own";
+    EXPECT_EQ(idOfToolIn(*session), "0\n") << "and so has the parent";
+  });
+}
+
+TEST_F(PrivilegeTest, ASuperuserHandsASessionDownToAChildOfAUser) {
+  const Polkit polkit(sandbox_, Polkit::Without::bus);
+  const auto session = Session::create().session;
+  ASSERT_EQ(session->askForRights(), Outcome::granted);
+  EXPECT_EQ(
+      session->runInheriting(
+          "/usr/bin/setpriv",
+          {"--reuid=61001", "--regid=61001", "--clear-groups", fs::read_symlink("/proc/self/exe"),
+           "--gtest_also_run_disabled_tests", std::string("--gtest_filter=") + kUses}),
+      0);
+}
+
+TEST_F(PrivilegeTest, AKilledChildTakesNeitherTheSessionNorItsToolWithIt) {
+  const Polkit polkit(sandbox_);
+  const std::string done = sandbox_.path("done");
+  ::setenv("DONE", done.c_str(), 1);
+  asUser([&done] {
+    const auto session = sessionWithPassword();
+    EXPECT_EQ(runChild(*session, "PrivilegeTestChild.DISABLED_IsKilledWhileAToolRuns"), SIGKILL);
+    EXPECT_TRUE(waitFor([&] { return fs::exists(done); }));
+    EXPECT_EQ(idOfToolIn(*session), "0\n");
+  });
+}
+
+TEST_F(PrivilegeTest, WithoutRightsNothingIsHandedDown) {
+  EXPECT_EQ(Session::create().session->runInheriting("/bin/true", {}), -1);
+}
+
+// --- Death at any moment ---
+
+// How often CI kills each side; QV_KILLS says another number.
+int kills() {
+  const char* number = std::getenv("QV_KILLS");
+  return number != nullptr ? std::atoi(number) : 10;
+}
+
+TEST_F(PrivilegeTest, TheHelpersDeathAtAnyMomentLeavesNothingBehind) {
+  const Polkit polkit(sandbox_);
+  std::mt19937 random(20261120);
+  for (int i = 0; i < kills(); ++i) {
+    const pid_t helper = startAs(sandbox_, kUser, [] {
+      const auto session = sessionWithPassword();
+      while (true) session->execute("/bin/true", {}, Output::discarded);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 120));
+    ::kill(helper, SIGKILL);
+    EXPECT_FALSE(passed(helper));
+    EXPECT_TRUE(waitFor([] { return !elevatorRuns(); })) << i;
+  }
+}
+
+TEST_F(PrivilegeTest, TheElevatorsDeathAtAnyMomentHangsNobody) {
+  const Polkit polkit(sandbox_);
+  std::mt19937 random(20261121);
+  const std::string started = sandbox_.homeOf(kUser) + "/started";
+  for (int i = 0; i < kills(); ++i) {
+    const pid_t helper = startAs(sandbox_, kUser, [&started] {
+      const auto session = sessionWithPassword();
+      fs::create_directory(started);
+      privilege::Execution execution;
+      while ((execution = session->execute("/bin/true", {}, Output::piped)).status == 0) {
+        readAll(*execution.output);
+      }
+      EXPECT_EQ(execution.status, privilege::kSessionLost);
+    });
+    EXPECT_TRUE(waitFor([&] { return fs::exists(started); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 30));
+    ::kill(elevatorOfMachine(), SIGKILL);
+    EXPECT_TRUE(passed(helper)) << i;
+    fs::remove(started);
+  }
+}
+
 }  // namespace
