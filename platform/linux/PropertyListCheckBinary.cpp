@@ -94,7 +94,7 @@ class BinaryCheck {
     if (!offset || *offset < kHeaderSize || *offset >= table_) return std::nullopt;
     std::size_t at = *offset;
     const unsigned kind = static_cast<unsigned char>(bytes_[at]) >> 4;
-    if (kind < data || kind > dictionary) return Extent{};
+    if (kind < data || (kind > utf16 && kind < array) || kind > dictionary) return Extent{};
     const auto count = length(at);
     if (!count || *count > bytes_.size()) return std::nullopt;
     if (kind < array) return measureText(kind, at, *count);

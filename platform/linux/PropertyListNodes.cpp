@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "platform/Text.h"
 #include "platform/linux/PropertyListDates.h"
@@ -84,6 +85,16 @@ PropertyList valueOf(plist_t node) {
   }
 }
 
+// The number in a dictionary that stands for a reference; none in any other, or when it is larger
+// than the library writes.
+std::optional<std::uint32_t> uniqueIdIn(const PropertyList::Dictionary& dictionary) {
+  const auto found = dictionary.find(kUniqueId);
+  if (dictionary.size() != 1 || found == dictionary.end()) return std::nullopt;
+  const auto* value = found->second.get<std::int64_t>();
+  if (value == nullptr || !std::in_range<std::uint32_t>(*value)) return std::nullopt;
+  return static_cast<std::uint32_t>(*value);
+}
+
 // Makes the node of one value.
 struct MakeNode {
   Node operator()(const std::string& text) const {
@@ -106,11 +117,7 @@ struct MakeNode {
     return node;
   }
   Node operator()(const PropertyList::Dictionary& dictionary) const {
-    const auto uniqueId = dictionary.find(kUniqueId);
-    if (dictionary.size() == 1 && uniqueId != dictionary.end()) {
-      if (const auto* value = uniqueId->second.get<std::int64_t>(); value != nullptr && *value >= 0)
-        return Node(plist_new_uid(static_cast<std::uint64_t>(*value)));
-    }
+    if (const auto uniqueId = uniqueIdIn(dictionary)) return Node(plist_new_uid(*uniqueId));
     return nodeOf(dictionary);
   }
 };

@@ -171,6 +171,16 @@ TEST(PropertyListTest, AReferenceInAnArchiveStaysOne) {
   EXPECT_THAT(property_list::serialized(*list, Format::binary), HasSubstr("\x80\x07"));
 }
 
+TEST(PropertyListTest, ReferencesOfEverySizeAreKept) {
+  for (const std::int64_t number : {0LL, 255LL, 256LL, 65536LL, 0xFFFFFFFFLL, 1LL << 40}) {
+    const Dictionary list = {{"k", Dictionary{{"CF$UID", number}}}};
+    for (const Format format : {Format::xml, Format::binary}) {
+      EXPECT_THAT(property_list::parse(property_list::serialized(list, format)),
+                  Optional(Eq(list)));
+    }
+  }
+}
+
 TEST(PropertyListTest, WhatIsNoDictionaryIsNone) {
   EXPECT_EQ(property_list::parse(""), std::nullopt);
   EXPECT_EQ(property_list::parse("launch = 1;"), std::nullopt);
