@@ -7,63 +7,19 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 
+#include "followup/SessionEnvironment.h"
 #include "platform/Directories.h"
 
 namespace followup {
 namespace {
 
-using Environment = std::map<std::string, std::string>;
-
-struct Person {
-  uid_t userId;
-  gid_t groupId;
-  std::string name;
-  std::string home;
-  std::string shell;
-};
-
-// What a program needs to find the person's screen, bus, language and way of typing.
-constexpr std::array<std::string_view, 16> kSessionVariables = {
-    "DBUS_SESSION_BUS_ADDRESS",
-    "DESKTOP_SESSION",
-    "DESKTOP_STARTUP_ID",
-    "DISPLAY",
-    "GTK_IM_MODULE",
-    "KDE_FULL_SESSION",
-    "KDE_SESSION_VERSION",
-    "LANG",
-    "LANGUAGE",
-    "QT_IM_MODULE",
-    "SSH_AUTH_SOCK",
-    "TZ",
-    "WAYLAND_DISPLAY",
-    "XAUTHORITY",
-    "XMODIFIERS",
-    "XDG_RUNTIME_DIR",
-};
-constexpr char kDefaultPath[] = "/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games";
-
 bool isSuperuser() {
   return ::getuid() == 0 || ::geteuid() == 0;
-}
-
-std::optional<std::string> inherited(const std::string& variable) {
-  const char* value = std::getenv(variable.c_str());
-  if (value == nullptr) return std::nullopt;
-  return value;
-}
-
-bool isHome(std::string_view variable) {
-  return variable == "XDG_CACHE_HOME" || variable == "XDG_CONFIG_HOME" ||
-         variable == "XDG_DATA_HOME" || variable == "XDG_STATE_HOME";
 }
 
 std::optional<Person> describe(const passwd* entry) {
@@ -74,7 +30,7 @@ std::optional<Person> describe(const passwd* entry) {
 std::optional<Person> callingPerson() {
   std::optional<Person> person = describe(::getpwuid(::getuid()));
   if (!person) person = Person{::getuid(), ::getgid(), "", "/", "/bin/sh"};
-  if (const auto home = inherited("HOME"); home && home->starts_with('/')) person->home = *home;
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home == '/') person->home = home;
   return person;
 }
 
@@ -87,52 +43,6 @@ std::optional<Person> consolePerson() {
     return std::nullopt;
   }
   return person;
-}
-
-// The folder of sockets that the login made for the person, if it is that person's.
-std::optional<std::string> runtimeFolder(const Person& person) {
-  const std::string standard = "/run/user/" + std::to_string(person.userId);
-  for (const std::string& folder : {inherited("XDG_RUNTIME_DIR").value_or(standard), standard}) {
-    struct stat status = {};
-    if (folder.starts_with('/') && ::lstat(folder.c_str(), &status) == 0 &&
-        S_ISDIR(status.st_mode) && status.st_uid == person.userId) {
-      return folder;
-    }
-  }
-  return std::nullopt;
-}
-
-void takeSessionVariables(Environment& environment, bool own) {
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    const std::string_view pair = *variable;
-    const std::string_view name = pair.substr(0, pair.find('='));
-    const bool wanted = std::ranges::find(kSessionVariables, name) != kSessionVariables.end() ||
-                        name.starts_with("LC_") || name.starts_with("XDG_");
-    // The superuser's folders are not the person's.
-    if (!wanted || name.size() == pair.size() || (!own && isHome(name))) continue;
-    environment[std::string(name)] = pair.substr(name.size() + 1);
-  }
-}
-
-void setBus(Environment& environment, const std::optional<std::string>& runtime) {
-  environment.erase("XDG_RUNTIME_DIR");
-  if (!runtime) return;
-  environment["XDG_RUNTIME_DIR"] = *runtime;
-  const std::string bus = *runtime + "/bus";
-  if (!environment.contains("DBUS_SESSION_BUS_ADDRESS") && ::access(bus.c_str(), F_OK) == 0) {
-    environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + bus;
-  }
-}
-
-Environment environmentFor(const Person& person, bool own) {
-  Environment environment;
-  takeSessionVariables(environment, own);
-  setBus(environment, runtimeFolder(person));
-  environment["HOME"] = person.home;
-  environment["SHELL"] = person.shell;
-  environment["PATH"] = own ? inherited("PATH").value_or(kDefaultPath) : kDefaultPath;
-  if (!person.name.empty()) environment["USER"] = environment["LOGNAME"] = person.name;
-  return environment;
 }
 
 bool setEnvironment(const Environment& environment) {
@@ -175,7 +85,7 @@ bool becomePerson() {
   const bool own = !isSuperuser();
   const std::optional<Person> person = own ? callingPerson() : consolePerson();
   if (!person) return false;
-  const Environment environment = environmentFor(*person, own);
+  const Environment environment = sessionEnvironment(*person, own);
   if (!own && !giveUpRights(*person)) return false;
   setDefaultSignals();
   ::umask(022);

@@ -5,7 +5,7 @@ namespace {
 
 constexpr int kMargin = 18;
 constexpr int kSpacing = 12;
-constexpr int kWidth = 420;
+constexpr int kWidth = 380;
 
 GtkWidget* makeStatus() {
   GtkWidget* status = gtk_label_new("");
@@ -31,9 +31,10 @@ HostWindow::HostWindow()
       progress_(gtk_progress_bar_new()),
       close_(makeCloseButton()) {
   gtk_window_set_title(GTK_WINDOW(window_), "Quorvale Host");
-  gtk_window_set_default_size(GTK_WINDOW(window_), kWidth, -1);
+  gtk_window_set_resizable(GTK_WINDOW(window_), FALSE);
   gtk_container_set_border_width(GTK_CONTAINER(window_), kMargin);
   GtkWidget* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, kSpacing);
+  gtk_widget_set_size_request(column, kWidth, -1);
   for (GtkWidget* part : {status_, progress_, close_}) {
     gtk_box_pack_start(GTK_BOX(column), part, FALSE, FALSE, 0);
   }

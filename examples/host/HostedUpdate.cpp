@@ -1,5 +1,6 @@
 #include "examples/host/HostedUpdate.h"
 
+#include <cstdio>
 #include <utility>
 
 namespace host {
@@ -61,6 +62,9 @@ void HostedUpdate::helperEnded(GObject* helper, GAsyncResult* result, gpointer s
 void HostedUpdate::end(const std::string& text) {
   if (std::exchange(ended_, true)) return;
   window_.showEnd(text);
+  // For whoever started this in a terminal.
+  std::puts(text.c_str());
+  std::fflush(stdout);
 }
 
 }  // namespace host

@@ -187,6 +187,35 @@ TEST_F(OpenItemTest, ARuntimeFolderOfSomebodyElseIsNotUsed) {
                                      Not(Contains(StartsWith("variable DBUS_SESSION")))));
 }
 
+TEST_F(OpenItemTest, TheBusOfTheSuperusersOwnLoginIsNotThePersons) {
+  sandbox_.setConsoleUser(Sandbox::kConsoleUser);
+  const std::string folder = makeRuntimeFolder(Sandbox::kConsoleUserId);
+  std::ofstream(folder + "/bus").flush();
+  ::setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/run/user/0/bus", 1);
+  EXPECT_TRUE(workspace::open(bundle_));
+  EXPECT_THAT(waitForRecord(),
+              Contains("variable DBUS_SESSION_BUS_ADDRESS=unix:path=" + folder + "/bus"));
+}
+
+TEST_F(OpenItemTest, TheScreenOfTheSessionIsFoundWhenTheSuperuserNamesNone) {
+  sandbox_.setConsoleUser(Sandbox::kConsoleUser);
+  sandbox_.makeFile("run/systemd/sessions/c1", "UID=61001\nACTIVE=1\nTYPE=x11\nDISPLAY=:42\n");
+  const std::string folder = makeRuntimeFolder(Sandbox::kConsoleUserId);
+  std::ofstream(folder + "/wayland-0").flush();
+  EXPECT_TRUE(workspace::open(bundle_));
+  EXPECT_THAT(waitForRecord(), AllOf(Contains("variable DISPLAY=:42"),
+                                     Contains("variable WAYLAND_DISPLAY=wayland-0")));
+}
+
+TEST_F(OpenItemTest, ANamedScreenIsTheOne) {
+  sandbox_.setConsoleUser(Sandbox::kConsoleUser);
+  sandbox_.makeFile("run/systemd/sessions/c1", "UID=61001\nACTIVE=1\nTYPE=x11\nDISPLAY=:42\n");
+  ::setenv("WAYLAND_DISPLAY", "wayland-1", 1);
+  EXPECT_TRUE(workspace::open(bundle_));
+  EXPECT_THAT(waitForRecord(), AllOf(Contains("variable WAYLAND_DISPLAY=wayland-1"),
+                                     Not(Contains(StartsWith("variable DISPLAY")))));
+}
+
 TEST_F(OpenItemTest, ABundleWithoutAProgramThatRunsIsNotOpened) {
   sandbox_.makeFile("Apps/Empty.app/Contents/Info.plist", test::infoPlist(kIdentifier));
   fs::permissions(bundle_ + "/Contents/Linux/Program", fs::perms(0644));
