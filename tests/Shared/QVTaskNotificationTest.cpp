@@ -28,7 +28,7 @@ constexpr char kFirst[] = "QVProClientCallback";
 constexpr char kSecond[] = "QVVELMClientCallback";
 constexpr milliseconds kPause{15};
 // What a host may cost at most, see QVTaskNotification, and some room for a busy machine.
-constexpr milliseconds kBound{2500};
+constexpr milliseconds kBound{3500};
 
 const QVTaskError kError = {"com.quorvale.install", -36, "It did not work."};
 
