@@ -20,8 +20,8 @@ namespace {
 
 constexpr char kWindowTitle[] = "Quorvale Software Update";
 
-// An alert that somebody waits for. The wait ends when `dismissed` is set, and also when everybody
-// who could set it has let go of the alert.
+// An alert that somebody waits for. The wait ends when `dismissed` is set, and also when the main
+// thread has ended without taking the alert: it was the only owner.
 struct Alert {
   std::string title;
   std::string message;
@@ -36,10 +36,6 @@ Alerts& shown() {
   return *alerts;
 }
 
-void print(const Alert& alert) {
-  console::log("Alert: %@ - %@", alert.title, alert.message);
-}
-
 void dismiss(void* context) {
   shown().remove_if([context](const auto& alert) {
     if (alert.get() != context) return false;
@@ -49,29 +45,32 @@ void dismiss(void* context) {
 }
 
 void printAndReleaseAll() {
-  for (const auto& alert : std::exchange(shown(), {})) print(*alert);
+  for (const auto& alert : std::exchange(shown(), {})) {
+    console::log("Alert: %@ - %@", alert->title, alert->message);
+    alert->dismissed.set_value();
+  }
 }
 
 // Nobody is left waiting for an alert that can no longer be answered.
 void watchForTheEnd() {
   static const bool watching = [] {
-    application::addTerminationObserver([] { shown().clear(); });
+    application::addTerminationObserver([] {
+      for (const auto& alert : std::exchange(shown(), {})) alert->dismissed.set_value();
+    });
     window_module::setDisplayLostHandler(printAndReleaseAll);
     return true;
   }();
   static_cast<void>(watching);
 }
 
-void show(std::shared_ptr<Alert> alert) {
-  const QVWindowModule* module = window_module::open();
-  if (module == nullptr) {
-    print(*alert);
-    return;
-  }
+void show(const std::shared_ptr<Alert>& alert) {
   watchForTheEnd();
   shown().push_back(alert);
-  module->showAlert(kWindowTitle, alert->title.c_str(), alert->message.c_str(), dismiss,
-                    alert.get());
+  const bool isShown = window_module::call([&alert](const QVWindowModule& module) {
+    module.showAlert(kWindowTitle, alert->title.c_str(), alert->message.c_str(), dismiss,
+                     alert.get());
+  });
+  if (!isShown) printAndReleaseAll();
 }
 
 bool isOver(const std::future<void>& dismissed) {
@@ -90,7 +89,7 @@ void run(std::string_view title, std::string_view messageFormat) {
     dismissed.wait();
     return;
   }
-  show(std::move(alert));
+  show(alert);
   while (!isOver(dismissed)) main_thread::pumpOneEvent(std::chrono::hours(1));
 }
 

@@ -1,9 +1,11 @@
 #include "platform/linux/MainLoop.h"
 
 #include <glib.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -18,19 +20,14 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// The priority at which the toolkit repaints. Above it, a thread that sends much work would freeze
-// the window; below it, an animation would hold up the work.
-constexpr int kWorkPriority = G_PRIORITY_HIGH_IDLE + 20;
+constexpr int kForEver = -1;
 
 void wake();
-void serveWorkIn(GMainContext* context);
 
 struct State {
-  State() { serveWorkIn(context); }
-
   WorkQueue work{wake};
-  // Stored by the main thread alone. The toolkit knows no context but the default one.
-  std::atomic<GMainContext*> context = g_main_context_default();
+  // Readable when work was added.
+  const int wakeEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   // The rest belongs to the main thread.
   bool running = false;
   int nested = 0;  // how many calls of `iterate` are under way
@@ -41,40 +38,75 @@ State& state() {
   return *instance;
 }
 
+// The event stays readable if it cannot count any further.
 void wake() {
-  g_main_context_wakeup(state().context);
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = ::write(state().wakeEvent, &one, sizeof one);
 }
 
-gboolean hasWork() {
-  return state().work.empty() ? FALSE : TRUE;
+void takeWake() {
+  std::uint64_t count = 0;
+  [[maybe_unused]] const ssize_t taken = ::read(state().wakeEvent, &count, sizeof count);
 }
 
-gboolean prepareWork(GSource* /*source*/, gint* timeout) {
-  *timeout = -1;
-  return hasWork();
+// What one round of the toolkit's context waits for.
+struct ToolkitRound {
+  gint priority = 0;
+  gint timeout = kForEver;
+  // Beyond the first `count` they are spare.
+  std::vector<GPollFD> descriptors = std::vector<GPollFD>(8);
+  gint count = 0;
+
+  gint size() const { return static_cast<gint>(descriptors.size()); }
+};
+
+void prepare(ToolkitRound& round) {
+  GMainContext* context = g_main_context_default();
+  g_main_context_acquire(context);
+  g_main_context_prepare(context, &round.priority);
+  while ((round.count = g_main_context_query(context, round.priority, &round.timeout,
+                                             round.descriptors.data(), round.size())) >
+         round.size()) {
+    round.descriptors.resize(static_cast<std::size_t>(round.count));
+  }
 }
 
-gboolean checkWork(GSource* /*source*/) {
-  return hasWork();
+// Whether an event was handled.
+bool dispatch(ToolkitRound& round) {
+  GMainContext* context = g_main_context_default();
+  const bool ready =
+      g_main_context_check(context, round.priority, round.descriptors.data(), round.count) != FALSE;
+  if (ready) g_main_context_dispatch(context);
+  g_main_context_release(context);
+  return ready;
 }
 
-// No exception may cross the frames of the loop: they are C. The process ends where it was thrown.
-gboolean dispatchWork(GSource* /*source*/, GSourceFunc /*callback*/, gpointer /*data*/) noexcept {
-  state().work.runFirst();
-  return G_SOURCE_CONTINUE;
+int shorter(int timeout, int other) {
+  if (timeout < 0 || other < 0) return std::max(timeout, other);
+  return std::min(timeout, other);
 }
 
-void serveWorkIn(GMainContext* context) {
-  static GSourceFuncs functions = {prepareWork, checkWork, dispatchWork, nullptr, nullptr, nullptr};
-  GSource* source = g_source_new(&functions, sizeof(GSource));
-  g_source_set_priority(source, kWorkPriority);
-  g_source_set_can_recurse(source, TRUE);  // work may itself serve events
-  g_source_attach(source, context);
-  g_source_unref(source);
+// Waits for an event of the toolkit's or for work.
+void wait(ToolkitRound& round, int limit) {
+  round.descriptors.resize(static_cast<std::size_t>(round.count));
+  round.descriptors.push_back({state().wakeEvent, G_IO_IN, 0});
+  const int timeout = state().work.empty() ? shorter(round.timeout, limit) : 0;
+  g_poll(round.descriptors.data(), static_cast<guint>(round.descriptors.size()), timeout);
+  if (round.descriptors.back().revents != 0) takeWake();
 }
 
-std::function<void()> guarded(std::function<void()> work) {
-  return [work = std::move(work)] { callGuarded(work); };
+// One round of the loop, waiting at most `limit` milliseconds: the toolkit's most urgent events and
+// the first piece of work, so that neither keeps the other waiting. Whether there was anything.
+// No exception crosses the toolkit's frames or comes out of here: the process ends where it was
+// thrown.
+bool serveOnce(int limit) noexcept {
+  ToolkitRound round;
+  const bool prepared = callToolkit([&round] { prepare(round); });
+  if (!prepared) round = {};
+  wait(round, limit);
+  bool served = false;
+  if (prepared) callToolkit([&] { served = dispatch(round); });
+  return state().work.runFirst() || served;
 }
 
 int remaining(steady_clock::time_point end) {
@@ -82,23 +114,8 @@ int remaining(steady_clock::time_point end) {
   return static_cast<int>(std::clamp<milliseconds::rep>(left, 0, G_MAXINT));
 }
 
-// One round of the loop as g_main_context_iteration(3) makes it, with a limit to its wait.
-bool serveOnce(GMainContext* context, int limit) {
-  gint priority = 0;
-  g_main_context_prepare(context, &priority);
-  std::vector<GPollFD> descriptors(8);
-  gint timeout = 0;
-  gint count = 0;
-  while ((count = g_main_context_query(context, priority, &timeout, descriptors.data(),
-                                       static_cast<gint>(descriptors.size()))) >
-         static_cast<gint>(descriptors.size())) {
-    descriptors.resize(static_cast<std::size_t>(count));
-  }
-  const int wait = timeout < 0 ? limit : std::min(timeout, limit);
-  g_poll(descriptors.data(), static_cast<guint>(count), wait);
-  if (g_main_context_check(context, priority, descriptors.data(), count) == FALSE) return false;
-  g_main_context_dispatch(context);
-  return true;
+std::function<void()> guarded(std::function<void()> work) {
+  return [work = std::move(work)] { callGuarded(work); };
 }
 
 }  // namespace
@@ -123,7 +140,7 @@ void run(std::function<void()> first) {
   State& main = state();
   main.work.addFirst(guarded(std::move(first)));
   main.running = true;
-  while (main.running) g_main_context_iteration(main.context, TRUE);
+  while (main.running) serveOnce(kForEver);
 }
 
 bool iterate(milliseconds limit) {
@@ -132,10 +149,7 @@ bool iterate(milliseconds limit) {
   bool served = false;
   ++main.nested;
   do {
-    GMainContext* context = main.context;
-    g_main_context_acquire(context);
-    served = serveOnce(context, remaining(end));
-    g_main_context_release(context);
+    served = serveOnce(remaining(end));
   } while (!served && steady_clock::now() < end);
   --main.nested;
   return served;
@@ -146,12 +160,6 @@ bool quit() {
   if (!main.running || main.nested > 0) return false;
   main.running = false;
   return true;
-}
-
-void abandonToolkit() {
-  GMainContext* context = g_main_context_new();
-  serveWorkIn(context);
-  state().context = context;
 }
 
 void close() {

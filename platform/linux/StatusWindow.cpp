@@ -1,5 +1,8 @@
 #include "platform/StatusWindow.h"
 
+#include <functional>
+#include <string>
+
 #include "platform/Text.h"
 #include "platform/linux/WindowModule.h"
 
@@ -12,36 +15,35 @@ constexpr char kFirstStatus[] = "Putting the new version in place...";
 
 bool made = false;
 
-// The module with the window made, or null without a display.
-const QVWindowModule* window() {
-  const QVWindowModule* module = window_module::open();
-  if (module != nullptr && !made) {
-    module->makeStatusWindow(kTitle, kHeading, kFirstStatus);
+void onWindow(const std::function<void(const QVWindowModule&)>& use) {
+  window_module::call([&use](const QVWindowModule& module) {
+    if (!made) module.makeStatusWindow(kTitle, kHeading, kFirstStatus);
     made = true;
-  }
-  return module;
+    use(module);
+  });
 }
 
 }  // namespace
 
 void makeKeyAndOrderFront() {
-  if (const QVWindowModule* module = window()) module->showStatusWindow();
+  onWindow([](const QVWindowModule& module) { module.showStatusWindow(); });
 }
 
 void activateApplication() {
-  if (const QVWindowModule* module = window()) module->activate();
+  onWindow([](const QVWindowModule& module) { module.activate(); });
 }
 
 void startAnimation() {
-  if (const QVWindowModule* module = window()) module->startAnimation();
+  onWindow([](const QVWindowModule& module) { module.startAnimation(); });
 }
 
 void setStatusText(std::string_view text) {
-  if (const QVWindowModule* module = window()) module->setStatus(text::validUtf8(text).c_str());
+  const std::string valid = text::validUtf8(text);
+  onWindow([&valid](const QVWindowModule& module) { module.setStatus(valid.c_str()); });
 }
 
 void orderOut() {
-  if (made && window_module::isOpen()) window_module::open()->hideStatusWindow();
+  if (made) onWindow([](const QVWindowModule& module) { module.hideStatusWindow(); });
 }
 
 }  // namespace platform::status_window

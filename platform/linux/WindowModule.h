@@ -1,19 +1,19 @@
 #pragma once
 
+#include <functional>
+
 #include "platform/linux/window/WindowModule.h"
 
 // The window module, opened when it is first needed. Main thread only.
 namespace platform::window_module {
 
-// The module with the display open, or null for the rest of the process's life when there is no
-// display (any more); the first such answer says so on the console. The first call with a display
-// maps the toolkit.
-const QVWindowModule* open();
+// Calls `use` with the module, its display open, and answers whether that was possible: false where
+// there is no display, and once it has died, be it during this call, which then ends at once: `use`
+// must have nothing to destroy. The first time that there is no display is said on the console. The
+// first call with a display maps the toolkit.
+bool call(const std::function<void(const QVWindowModule&)>& use);
 
-// Whether `open` has answered a module, and would now.
-bool isOpen();
-
-// Sets the function that is called when the display dies; `open` answers null by then.
+// Sets the function that is called when the display has died.
 void setDisplayLostHandler(void (*handler)());
 
 }  // namespace platform::window_module

@@ -25,9 +25,9 @@ bool WorkQueue::empty() {
   return jobs_.empty();
 }
 
-void WorkQueue::runFirst() {
+bool WorkQueue::runFirst() {
   const JobPointer job = takeFirst();
-  if (!job) return;
+  if (!job) return false;
   job->work();
   job->work = nullptr;  // what it captured goes on this thread, before the caller continues
   {
@@ -35,6 +35,7 @@ void WorkQueue::runFirst() {
     job->done = true;
   }
   progress_.notify_all();
+  return true;
 }
 
 void WorkQueue::close() {

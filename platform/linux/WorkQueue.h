@@ -27,8 +27,9 @@ class WorkQueue {
   void addAndWait(Work work);
   bool empty();
 
-  // On the serving thread: runs the first piece of work, if there is one. May be called by work.
-  void runFirst();
+  // On the serving thread: runs the first piece of work and answers whether there was one. May be
+  // called by work.
+  bool runFirst();
 
   // Drops what is queued and releases every waiting thread, also one whose work is running now.
   // Called again it does nothing.

@@ -134,7 +134,7 @@ TEST_F(StatusWindowTest, KeepsItsSizeWhateverTheStatusLineSays) {
   });
 }
 
-TEST_F(StatusWindowTest, TakesBytesThatAreNotUtf8AndNul) {
+TEST_F(StatusWindowTest, TakesBytesThatAreNotUtf8) {
   testing::internal::CaptureStderr();
   besideMainLoop([&] {
     show();
@@ -246,8 +246,31 @@ TEST_F(StatusWindowTest, TheRunGoesOnWhenTheDisplayDies) {
   });
   EXPECT_EQ(status, 0);
   EXPECT_TRUE(served);
-  EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              HasSubstr("The display was lost; going on without a window.\n"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "The display was lost; going on without a window.\n");
+}
+
+TEST_F(StatusWindowTest, ADisplayThatDiesInTheMiddleOfACallIsSurvived) {
+  testing::internal::CaptureStderr();
+  std::atomic<bool> killed = false;
+  const int status = besideMainLoop([&] {
+    std::thread killer([&] {
+      ASSERT_TRUE(server_->waitForWindow(kTitle));
+      server_->kill();
+      killed = true;
+    });
+    // Each round trip to the server is a chance to find it dead.
+    for (int i = 0; !killed; ++i) {
+      onMain(i % 10 == 5 ? orderOut : makeKeyAndOrderFront);
+      onMain([i] { setStatusText("Step " + std::to_string(i)); });
+      onMain(activateApplication);
+    }
+    onMain(activateApplication);
+    killer.join();
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "The display was lost; going on without a window.\n");
 }
 
 TEST_F(StatusWindowTest, ADisplayThatDiesUnderWayIsNoticedAndCostsNoProcessorTime) {

@@ -4,9 +4,6 @@
 namespace window::display {
 
 // Initialises the toolkit; false without a display. See QVWindowModule::openDisplay.
-bool open(void (*lost)());
-
-// Whether the display was opened and has not died since.
-bool isAlive();
+bool open(void (*leave)());
 
 }  // namespace window::display

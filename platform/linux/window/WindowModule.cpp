@@ -7,21 +7,15 @@
 namespace window {
 namespace {
 
-// Calls `function` as long as there is a display to show its effect.
-template <auto function, class... Arguments>
-void onDisplay(Arguments... arguments) {
-  if (display::isAlive()) function(arguments...);
-}
-
 constexpr QVWindowModule kModule = {
     display::open,
-    onDisplay<status_view::make>,
-    onDisplay<status_view::show>,
-    onDisplay<status_view::activate>,
-    onDisplay<status_view::startAnimation>,
-    onDisplay<status_view::setStatus>,
-    onDisplay<status_view::hide>,
-    onDisplay<alert_view::show>,
+    status_view::make,
+    status_view::show,
+    status_view::activate,
+    status_view::startAnimation,
+    status_view::setStatus,
+    status_view::hide,
+    alert_view::show,
 };
 
 }  // namespace

@@ -1,15 +1,14 @@
 #pragma once
 
 // How the application uses its window module, a shared object that it opens only when it has
-// something to show. Everything here belongs to the main thread. Texts are valid UTF-8 and are
-// copied. After the display is lost every function does nothing.
+// something to show. Everything here belongs to the main thread, and every call is made through
+// main_loop::callToolkit. Texts are valid UTF-8 and are copied.
 extern "C" {
 
 struct QVWindowModule {
-  // Connects to the display and answers whether there is one; call once, before all else.
-  // `displayLost` is called once if the display dies later. From its return on, the caller must not
-  // serve the toolkit's main context any more: what still stands there would talk to a dead server.
-  bool (*openDisplay)(void (*displayLost)());
+  // Connects to the display and answers whether there is one; call once, before all else. When the
+  // display dies, then or later, `leave` is called and must not return.
+  bool (*openDisplay)(void (*leave)());
 
   // Makes the status window, hidden; call once, before the functions below.
   void (*makeStatusWindow)(const char* title, const char* heading, const char* status);
@@ -24,7 +23,7 @@ struct QVWindowModule {
   void (*hideStatusWindow)();
 
   // Shows an alert with one button and returns at once. `dismissed` is called with `context`, once,
-  // when the person has dismissed the alert; never after the display is lost.
+  // when the person has dismissed it.
   void (*showAlert)(const char* windowTitle, const char* title, const char* message,
                     void (*dismissed)(void* context), void* context);
 };
