@@ -18,8 +18,9 @@ namespace application {
 
 // Owns the main thread until the application terminates: takes the arguments for the user defaults
 // (see UserDefaults.h), runs the main loop and tells the delegate. A broken standard output does
-// not kill the process (SIGPIPE is ignored from here on; child programs start with the default).
-// Answers the process's exit status, which is 0 for every ordinary end. Call once, from `main`.
+// not kill the process (SIGPIPE is ignored from here on; child programs start with the default),
+// and the status of child programs is kept (SIGCHLD is at its default). Answers the process's exit
+// status, which is 0 for every ordinary end. Call once, from `main`.
 int run(int argc, const char* const* argv, ApplicationDelegate& delegate);
 
 // Ends the application, after the work that was sent to the main thread before: the main loop ends,

@@ -58,6 +58,8 @@ void endMainLoop() {
 int run(int argc, const char* const* argv, ApplicationDelegate& delegate) {
   user_defaults::setArguments(argc, argv);
   std::signal(SIGPIPE, SIG_IGN);
+  // Whoever started this process may have left it ignored, and a child's status is lost then.
+  std::signal(SIGCHLD, SIG_DFL);
   main_loop::run([&delegate] { delegate.applicationDidFinishLaunching(); });
   finish();
   return EXIT_SUCCESS;

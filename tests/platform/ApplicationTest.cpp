@@ -17,6 +17,7 @@
 
 #include "platform/Exception.h"
 #include "platform/MainThread.h"
+#include "platform/Task.h"
 #include "platform/UserDefaults.h"
 #include "tests/support/WaitFor.h"
 
@@ -102,6 +103,19 @@ TEST(ApplicationTest, ABrokenPipeDoesNotKill) {
     EXPECT_EQ(::write(ends[1], "x", 1), -1);
     EXPECT_EQ(errno, EPIPE);
     ::close(ends[1]);
+    terminateFromAnotherThread();
+  });
+}
+
+TEST(ApplicationTest, TheStatusOfChildProgramsIsKeptWhateverTheStarterIgnored) {
+  std::signal(SIGCHLD, SIG_IGN);
+  runWith([] {
+    const auto task = Task::create();
+    task->setLaunchPath(QV_TEST_PROGRAMS "/TaskProbe");
+    task->setArguments({"exit", "7"});
+    task->launch();
+    task->waitUntilExit();
+    EXPECT_EQ(task->terminationStatus(), 7);
     terminateFromAnotherThread();
   });
 }
