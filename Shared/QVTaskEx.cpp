@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 #include "Shared/QVLog.h"
 #include "Shared/TaskOutput.h"
 #include "platform/Clock.h"
 #include "platform/Console.h"
+#include "platform/DetachedThread.h"
 #include "platform/Exception.h"
 #include "platform/Format.h"
 #include "platform/MainThread.h"
@@ -67,9 +67,10 @@ class QVTaskEx::TimedRun {
     owner_.setStarting(true);
     owner_.setTheTask(nullptr);
     try {
-      std::thread([instance = owner.shared_from_this(), duration = wholeSeconds(timeout)] {
-        instance->setupTimeout(duration);
-      }).detach();
+      platform::detachThread(
+          [instance = owner.shared_from_this(), duration = wholeSeconds(timeout)] {
+            instance->setupTimeout(duration);
+          });
     } catch (...) {
       owner_.setStarting(false);
       throw;

@@ -45,7 +45,8 @@ struct AsyncTaskNotification {
 // the interrupted run ends as any other, its output being what was written by then. A run made on
 // the main thread is therefore never cut short, nor one whose program ignores SIGTERM. Time spent
 // before the program's launch is no reason to spare it: a timer that is done earlier waits for the
-// launch, so that even a time-out of 0 ends a program that would go on.
+// launch, so that even a time-out of 0 ends a program that would go on. Where no thread can be had
+// for the timer or an asynchronous run, platform::Exception is raised and nothing is launched.
 class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
   struct Made {};
 
@@ -173,9 +174,9 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
   template <class Delegate>
   void asyncDataFromTask(const std::string& path, const std::optional<Arguments>& arguments,
                          std::shared_ptr<Delegate> delegate,
-                         std::type_identity_t<Selector<Delegate>> selector, std::any object,
+                         std::type_identity_t<Selector<Delegate>> selector, const std::any& object,
                          const std::optional<platform::Environment>& environment = std::nullopt) {
-    Listener listener = {.delegate = delegate, .notify = nullptr, .object = std::move(object)};
+    Listener listener = {.delegate = delegate, .notify = nullptr, .object = object};
     if (delegate != nullptr && selector != nullptr) {
       listener.notify = [target = delegate.get(), selector](const auto& data, QVTaskEx& task,
                                                             const std::any& value) {
@@ -187,9 +188,10 @@ class QVTaskEx : public std::enable_shared_from_this<QVTaskEx> {
   template <class Delegate>
   void asyncDataFromTask(const std::string& path, const std::optional<Arguments>& arguments,
                          std::shared_ptr<Delegate> delegate,
-                         std::type_identity_t<ShortSelector<Delegate>> selector, std::any object,
+                         std::type_identity_t<ShortSelector<Delegate>> selector,
+                         const std::any& object,
                          const std::optional<platform::Environment>& environment = std::nullopt) {
-    Listener listener = {.delegate = delegate, .notify = nullptr, .object = std::move(object)};
+    Listener listener = {.delegate = delegate, .notify = nullptr, .object = object};
     if (delegate != nullptr && selector != nullptr) {
       listener.notify = [target = delegate.get(), selector](const auto& data, QVTaskEx& task,
                                                             const std::any& value) {

@@ -1,9 +1,9 @@
-#include <thread>
 #include <utility>
 
 #include "Shared/QVException.h"
 #include "Shared/QVLog.h"
 #include "Shared/QVTaskEx.h"
+#include "platform/DetachedThread.h"
 #include "platform/Exception.h"
 
 using platform::Data;
@@ -27,9 +27,9 @@ void QVTaskEx::startAsyncTask(const std::string& path, const std::optional<Argum
   task->setLaunchPath(path);
   task->setArguments(arguments.value_or(Arguments{}));
   setTheTask(task);
-  std::thread([instance = shared_from_this(), task] {
+  platform::detachThread([instance = shared_from_this(), task] {
     instance->launchTask(instance->theTask() == nullptr ? nullptr : task);
-  }).detach();
+  });
 }
 
 void QVTaskEx::launchAsyncTask() {

@@ -37,6 +37,7 @@ std::string readAll(int descriptor) {
 // Starts the tool with its standard error at `error`; answers an error number.
 int start(const std::vector<std::string>& words, int error, pid_t& process) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   // Its words are compared, so it speaks no other language.

@@ -45,7 +45,7 @@ class Pipe {
 // launch, waitUntilExit and the setters belong to one thread at a time; everything else may be
 // called from any thread at any moment. A Task that is dropped while its
 // program runs leaves the program running; it never becomes a zombie. No child process but the
-// task's own is ever collected, and the process must not ignore SIGCHLD.
+// task's own is ever collected.
 class Task {
  public:
   // Where one standard end of the program leads.
@@ -91,8 +91,9 @@ class Task {
   // Asks the program to end (SIGTERM), which it may ignore. Nothing happens when it has ended; when
   // it was not launched yet, launch asks as soon as it runs.
   virtual void terminate() = 0;
-  // The exit status, or the number of the signal that ended the program. Raises
-  // platform::Exception (kInvalidArgument) while the program runs or was never launched.
+  // The exit status, or the number of the signal that ended the program; 255 when the system did
+  // not keep it, because SIGCHLD is ignored. Raises platform::Exception (kInvalidArgument) while
+  // the program runs or was never launched.
   virtual int terminationStatus() = 0;
 };
 

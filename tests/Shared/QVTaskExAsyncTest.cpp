@@ -93,6 +93,15 @@ class QuittingReader : public Reader {
   }
 };
 
+// Is slower than any program.
+class SlowReader : public Reader {
+ public:
+  void take(const Data& data, QVTaskEx& task, const std::any& object) override {
+    Reader::take(data, task, object);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+};
+
 // An ordinary user with a home and a log of her own.
 class QVTaskExAsyncTest : public testing::Test {
  protected:
@@ -148,6 +157,14 @@ TEST_F(QVTaskExAsyncTest, ChunksArriveWhileTheProgramGoesOn) {
   EXPECT_EQ(reader->ends(), 0);
   makeFile("go");
   EXPECT_TRUE(allEnded());
+  EXPECT_EQ(reader->ends(), 1);
+}
+
+TEST_F(QVTaskExAsyncTest, ASlowDelegateMissesNothing) {
+  reader = std::make_shared<SlowReader>();
+  start({"output", "3000000"});
+  EXPECT_TRUE(allEnded());
+  EXPECT_EQ(reader->text().size(), 3000000U);
   EXPECT_EQ(reader->ends(), 1);
 }
 
@@ -344,10 +361,12 @@ TEST_F(QVTaskExAsyncTest, ManyRunsLeaveNothingBehind) {
   EXPECT_TRUE(allEnded());
   const std::size_t descriptors = test::openDescriptors();
   std::vector<std::shared_ptr<QVTaskEx>> instances;
-  constexpr int kRuns = 200;
+  constexpr int kRuns = 1000;
+  constexpr int kAtOnce = 50;
   for (int i = 0; i < kRuns; ++i) {
     instances.push_back(QVTaskEx::create());
     instances.back()->asyncDataFromTask(kProbe, Words{"echo", "x"}, reader, &Reader::take, {});
+    EXPECT_TRUE(waitFor([&] { return reader->ends() > i + 1 - kAtOnce; }));
   }
   EXPECT_TRUE(waitFor([&] { return reader->ends() == kRuns + 1; }));
   EXPECT_TRUE(allEnded());

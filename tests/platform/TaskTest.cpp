@@ -103,6 +103,14 @@ TEST(TaskTest, AProgramEndedByASignalHasItsNumberAsStatus) {
   EXPECT_EQ(statusOf(terminated), SIGTERM);
 }
 
+TEST(TaskTest, AStatusThatTheSystemDoesNotKeepIsTold) {
+  std::signal(SIGCHLD, SIG_IGN);
+  const auto task = probe({"exit", "7"});
+  task->launch();
+  constexpr int kLostStatus = 255;
+  EXPECT_EQ(statusOf(task), kLostStatus);
+}
+
 TEST(TaskTest, ATaskThatWasNotLaunchedHasNoState) {
   const auto task = probe({"exit", "0"});
   EXPECT_FALSE(task->isRunning());
