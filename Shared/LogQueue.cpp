@@ -29,7 +29,7 @@ std::string_view LogBatch::text(std::size_t index) const {
 void LogBatch::clear() {
   bytes_.clear();
   entries_.clear();
-  if (bytes_.capacity() <= kKeptBytes) return;
+  if (bytes_.capacity() + entries_.capacity() * sizeof(Entry) <= kKeptBytes) return;
   bytes_.shrink_to_fit();
   entries_.shrink_to_fit();
 }

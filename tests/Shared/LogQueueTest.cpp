@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <future>
@@ -10,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
 
 namespace {
@@ -181,6 +183,28 @@ TEST(LogQueueTest, NothingIsLostBetweenManyThreads) {
   for (std::thread& caller : callers) caller.join();
   queue.waitUntilAllOperationsAreFinished();
   EXPECT_EQ(seen, kThreads * kTexts);
+}
+
+TEST(LogQueueTest, WithoutAThreadNobodyWaitsAndTheNextTextAsksAgain) {
+  if (!test::Sandbox::canSimulateMachine()) GTEST_SKIP() << test::Sandbox::kNeedsRoot;
+  test::Sandbox sandbox;
+  sandbox.simulateMachine();
+  sandbox.becomeUser(test::Sandbox::kOtherUser);
+  rlimit allowed{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NPROC, &allowed), 0);
+  const rlimit none{0, allowed.rlim_max};
+  Recorder recorder;
+  LogQueue queue(recorder.worker());
+
+  ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &none), 0);
+  queue.addOperation("1", 1);
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(queue.operationCount(), 1U);
+
+  ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &allowed), 0);
+  queue.addOperation("2", 1);
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_THAT(recorder.texts(), ElementsAre("1", "2"));
 }
 
 }  // namespace
