@@ -111,9 +111,9 @@ int main() {
   std::vector<Start> helper;
   std::vector<Start> peer;
   for (int round = 0; round <= kRounds; ++round) {
-    std::filesystem::remove(machine.logPath());
+    std::filesystem::remove(test::UpdateMachine::logPath());
     const Start ours = measure({QV_TEST_BUNDLE "/Contents/Linux/QVUpdateHelper", "-silent", "YES"},
-                               machine.logPath());
+                               test::UpdateMachine::logPath());
     std::ofstream(peerLog).close();
     const Start theirs = measure({QV_BENCHMARK_PEERS "/GLibLoop", peerLog}, peerLog);
     if (round == 0) continue;  // warms the caches

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -139,14 +140,16 @@ int UpdateMachine::waitForEnd() {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-std::string UpdateMachine::logPath() const {
-  return "/var/lib/quorvale/Library/Logs/Quorvale/QVUpdateHelper.1.log";
+// static
+std::string UpdateMachine::logPath(const std::string& program) {
+  return "/var/lib/quorvale/Library/Logs/Quorvale/" + program + ".1.log";
 }
 
-std::vector<std::string> UpdateMachine::log() const {
+// static
+std::vector<std::string> UpdateMachine::messagesOf(const std::string& log) {
   static const std::regex dated(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - (.*))");
   std::vector<std::string> messages;
-  std::istringstream lines(readFile(logPath()));
+  std::istringstream lines(readFile(log));
   for (std::string line; std::getline(lines, line);) {
     std::smatch match;
     EXPECT_TRUE(std::regex_match(line, match, dated)) << line;
@@ -157,9 +160,9 @@ std::vector<std::string> UpdateMachine::log() const {
 
 // static
 std::vector<std::string> UpdateMachine::withoutHeader(std::vector<std::string> messages) {
-  constexpr std::ptrdiff_t kHeaderLines = 5;
-  messages.erase(messages.begin(),
-                 messages.begin() + std::min<std::ptrdiff_t>(std::ssize(messages), kHeaderLines));
+  const auto last = std::ranges::find(messages, "Running in 64-bit mode");
+  EXPECT_NE(last, messages.end()) << "the log has no header";
+  if (last != messages.end()) messages.erase(messages.begin(), last + 1);
   return messages;
 }
 

@@ -51,11 +51,10 @@ class UpdateMachine {
   // What the application printed on standard output and error.
   std::string output() const { return readFile(sandbox_.path("output.txt")); }
 
-  // The messages of the log of the last run, without their dates; and where that log is.
-  std::vector<std::string> log() const;
-  std::string logPath() const;
-
-  // The messages that begin every log, and those of the whole run after them.
+  // Where the superuser's log of a program of this name is.
+  static std::string logPath(const std::string& program = "QVUpdateHelper");
+  // The messages of a log file without their dates; and those that follow the log's header.
+  static std::vector<std::string> messagesOf(const std::string& log);
   static std::vector<std::string> withoutHeader(std::vector<std::string> messages);
 
  private:

@@ -1,0 +1,197 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/UpdateMachine.h"
+#include "tests/support/WaitFor.h"
+#include "tests/support/XServer.h"
+
+// Whole updates by the built application, as superuser with a person at the console, with the real
+// pauses; each compares the whole log line by line.
+namespace {
+
+using std::chrono::steady_clock;
+using test::Sandbox;
+using test::UpdateMachine;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+class UpdateTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+    machine_.emplace();
+  }
+
+  UpdateMachine& machine() { return *machine_; }
+
+  std::vector<std::string> pathArguments() {
+    return {"-source", machine().source(), "-destination", machine().destination()};
+  }
+  std::vector<std::string> pathArguments(const std::string& silent) {
+    std::vector<std::string> arguments = pathArguments();
+    arguments.insert(arguments.end(), {"-mountpath", machine().mountPoint(), "-silent", silent});
+    return arguments;
+  }
+
+  std::vector<std::string> messages() {
+    return UpdateMachine::withoutHeader(UpdateMachine::messagesOf(UpdateMachine::logPath()));
+  }
+
+ private:
+  std::optional<UpdateMachine> machine_;
+};
+
+TEST_F(UpdateTest, WithoutArgumentsTheRunLogsThemAsAbsentAndEndsWithoutAnAlert) {
+  EXPECT_EQ(machine().run({}), 0);
+  EXPECT_THAT(messages(), ElementsAre("Beginning installation...", "Source path: (null)",
+                                      "Destination path: (null)", "Mount path: (null)", "Silent: 0",
+                                      "Invalid arguments", "Terminating self..."));
+  EXPECT_THAT(machine().output(), testing::Not(HasSubstr("nable to install")));
+}
+
+TEST_F(UpdateTest, TheLogBeginsWithItsHeader) {
+  EXPECT_EQ(machine().run({}), 0);
+  const std::vector<std::string> log = UpdateMachine::messagesOf(UpdateMachine::logPath());
+  ASSERT_GE(log.size(), 5U);
+  EXPECT_THAT(log[0], MatchesRegex("Log started: [0-9-]+ [0-9:]+ [+-][0-9]+"));
+  EXPECT_THAT(log[1], MatchesRegex("Version: [0-9.]+"));
+  EXPECT_EQ(log[2], "Path: " QV_TEST_BUNDLE "/Contents/Linux/QVUpdateHelper");
+  EXPECT_THAT(log[3],
+              MatchesRegex("System: OS X .+, [0-9]+ CPU\\(s\\), [0-9]+\\.[0-9][0-9] GB RAM"));
+  EXPECT_EQ(log[4], "Running in 64-bit mode");
+}
+
+TEST_F(UpdateTest, WrongArgumentsInASilentRunShowNoAlertAndPauseOneSecond) {
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(machine().run({"-source", "/x/A.app", "-destination", "/y/A.APP", "-silent", "YES"}),
+            0);
+  EXPECT_GE(steady_clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_THAT(messages(), ElementsAre("Beginning installation...", "Source path: /x/A.app",
+                                      "Destination path: /y/A.APP", "Mount path: (null)",
+                                      "Silent: 1", "Invalid arguments", "Terminating self..."));
+}
+
+TEST_F(UpdateTest, AMissingSourceInASilentRunIsLoggedOnceAndNothingIsTouched) {
+  machine().makeBundle(machine().destination(), "1.0");
+  EXPECT_EQ(machine().run(pathArguments("YES")), 0);
+  EXPECT_THAT(messages(),
+              ElementsAre("Beginning installation...", "Source path: " + machine().source(),
+                          "Destination path: " + machine().destination(),
+                          "Mount path: " + machine().mountPoint(), "Silent: 1", "Path is valid.",
+                          "Waiting for software updater to close naturally...",
+                          "Killing software updater instances...", "Source file does not exist",
+                          "Terminating self..."));
+  EXPECT_EQ(UpdateMachine::versionOf(machine().destination()), "1.0");
+}
+
+TEST_F(UpdateTest, AMissingSourceIsShownInAnAlertThatThePersonDismisses) {
+  if (!test::XServer::isAvailable()) GTEST_SKIP() << test::XServer::kNeeds;
+  const test::XServer display(test::XServer::WindowManager::openbox);
+  machine().start(pathArguments("NO"));
+  ASSERT_TRUE(test::waitFor(
+      [&] { return std::ranges::count(messages(), "Source file does not exist") == 1; }));
+  ASSERT_TRUE(display.waitForWindow("Quorvale Software Update"));
+  EXPECT_TRUE(test::isRunning(machine().pid()));
+  EXPECT_TRUE(test::waitFor([&] {
+    display.pressKey("Return");
+    return !test::isRunning(machine().pid());
+  }));
+  EXPECT_EQ(machine().waitForEnd(), 0);
+  EXPECT_THAT(messages(),
+              ElementsAre("Beginning installation...", "Source path: " + machine().source(),
+                          "Destination path: " + machine().destination(),
+                          "Mount path: " + machine().mountPoint(), "Silent: 0", "Path is valid.",
+                          "Waiting for software updater to close naturally...",
+                          "Killing software updater instances...", "Source file does not exist",
+                          "Terminating self..."));
+}
+
+TEST_F(UpdateTest, ASilentUpdateReplacesTheBundleKillsTheUpdaterAndDetachesTheImage) {
+  machine().makeBundle(machine().destination(), "1.0");
+  machine().attachDiskImage();
+  const int updater = machine().startUpdater("Quorvale Software Update");
+  const int otherUpdater = machine().startUpdater("Quorvale Software Updater");
+  EXPECT_EQ(machine().run(pathArguments("YES")), 0);
+
+  EXPECT_THAT(messages(),
+              ElementsAre("Beginning installation...", "Source path: " + machine().source(),
+                          "Destination path: " + machine().destination(),
+                          "Mount path: " + machine().mountPoint(), "Silent: 1", "Path is valid.",
+                          "Waiting for software updater to close naturally...",
+                          "Killing software updater instances...", "Trashing old application...",
+                          "Preparing to copy files...", "File copy successful.", "Cleaning up...",
+                          "Terminating self..."));
+  EXPECT_EQ(UpdateMachine::versionOf(machine().destination()), "2.0");
+  EXPECT_EQ(UpdateMachine::versionOf(machine().trashedBundle()), "1.0");
+  EXPECT_FALSE(test::isRunning(updater));
+  EXPECT_FALSE(test::isRunning(otherUpdater));
+  EXPECT_FALSE(machine().diskImageIsAttached());
+  EXPECT_FALSE(std::filesystem::exists(machine().launchRecord()));
+}
+
+TEST_F(UpdateTest, AnUpdateThatIsNotSilentReopensTheApplicationAsThePersonAtTheConsole) {
+  machine().makeBundle(machine().destination(), "1.0");
+  machine().attachDiskImage();
+  EXPECT_EQ(machine().run(pathArguments("NO")), 0);
+
+  EXPECT_THAT(messages(),
+              ElementsAre("Beginning installation...", "Source path: " + machine().source(),
+                          "Destination path: " + machine().destination(),
+                          "Mount path: " + machine().mountPoint(), "Silent: 0", "Path is valid.",
+                          "Waiting for software updater to close naturally...",
+                          "Killing software updater instances...", "Trashing old application...",
+                          "Preparing to copy files...", "File copy successful.", "Launching app...",
+                          "Cleaning up...", "Terminating self..."));
+  ASSERT_TRUE(test::waitFor([&] { return std::filesystem::exists(machine().launchRecord()); }));
+  const std::string id = std::to_string(Sandbox::kConsoleUserId);
+  EXPECT_THAT(test::readFile(machine().launchRecord()),
+              testing::AllOf(HasSubstr("\neffective user " + id + "\n"),
+                             HasSubstr("\ngroup " + id + "\n"), HasSubstr("leads its session 1")));
+  EXPECT_FALSE(machine().diskImageIsAttached());
+}
+
+TEST_F(UpdateTest, WithoutAMountPathNothingIsDetachedAndTheRunSucceeds) {
+  machine().makeBundle(machine().destination(), "1.0");
+  machine().attachDiskImage();
+  std::vector<std::string> arguments = pathArguments();
+  arguments.insert(arguments.end(), {"-silent", "YES"});
+  EXPECT_EQ(machine().run(arguments), 0);
+  EXPECT_THAT(messages(), testing::Contains("File copy successful."));
+  EXPECT_THAT(messages(), testing::Not(testing::Contains("Cleaning up...")));
+  EXPECT_TRUE(machine().diskImageIsAttached());
+}
+
+TEST_F(UpdateTest, AnEmptyMountPathIsAMountPathAndIsDetached) {
+  machine().makeBundle(machine().source(), "2.0");
+  machine().makeBundle(machine().destination(), "1.0");
+  std::vector<std::string> arguments = pathArguments();
+  arguments.insert(arguments.end(), {"-mountpath", "", "-silent", "YES"});
+  EXPECT_EQ(machine().run(arguments), 0);
+  EXPECT_THAT(messages(), testing::IsSupersetOf({"Mount path:", "Cleaning up..."}));
+}
+
+TEST_F(UpdateTest, WithoutAnInstalledBundleNothingIsTrashed) {
+  machine().makeBundle(machine().source(), "2.0");
+  machine().sandbox().makeDirectory("Applications");
+  EXPECT_EQ(machine().run(pathArguments("YES")), 0);
+  EXPECT_THAT(messages(), testing::Not(testing::Contains("Trashing old application...")));
+  EXPECT_EQ(UpdateMachine::versionOf(machine().destination()), "2.0");
+}
+
+TEST_F(UpdateTest, WhereTheFolderIsMissingTheFolderItselfBecomesTheBundle) {
+  machine().makeBundle(machine().source(), "2.0");
+  EXPECT_EQ(machine().run(pathArguments("YES")), 0);
+  EXPECT_THAT(messages(), testing::Contains("File copy successful."));
+  EXPECT_EQ(UpdateMachine::versionOf(machine().sandbox().path("Applications")), "2.0");
+  EXPECT_FALSE(std::filesystem::exists(machine().destination()));
+}
+
+}  // namespace
