@@ -26,6 +26,7 @@ struct Child {
 
 [[noreturn]] void becomeProgram(const std::vector<std::string>& command, int errorEnd) {
   std::vector<char*> words;
+  words.reserve(command.size() + 1);
   for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
 

@@ -36,7 +36,7 @@ std::optional<std::string> textOf(const BusMessage& reply) {
 }
 
 // The bus carries no bytes that are not UTF-8 and no zero.
-std::string carried(std::string text) {
+std::string carried(const std::string& text) {
   std::string valid = text::validUtf8(text);
   std::ranges::replace(valid, '\0', ' ');
   return valid;

@@ -223,18 +223,21 @@ TEST_F(QVTaskNotificationTest, AHostThatLeavesAfterTheFirstMessageIsMissedByTheN
 TEST_F(QVTaskNotificationTest, AHostThatDiesWhileItIsAskedIsReportedAsGone) {
   CallbackHost host({"--name", kFirst, "--when-asked", "leave"});
   EXPECT_THAT(printed(QVTaskNotification::postTaskFinished),
-              StartsWith("Exception in +[QVTaskNotification postTaskFinished]. "
-                         "NSInvalidSendPortException - "));
+              HasSubstr("Exception in +[QVTaskNotification postTaskFinished]. "
+                        "NSInvalidSendPortException - "));
 }
 
 TEST_F(QVTaskNotificationTest, AHungHostCostsTheBoundAndIsReportedAsATimeout) {
   CallbackHost host({"--name", kFirst, "--when-asked", "stop"});
+  constexpr char kReport[] =
+      "Exception in +[QVTaskNotification postIncrementProgress]. NSPortTimeoutException - ";
+  QVLog::createNewLog();
   std::chrono::nanoseconds time{};
-  EXPECT_THAT(
-      printed([&] { time = timeOf(QVTaskNotification::postIncrementProgress); }),
-      StartsWith(
-          "Exception in +[QVTaskNotification postIncrementProgress]. NSPortTimeoutException - "));
+  EXPECT_THAT(printed([&] { time = timeOf(QVTaskNotification::postIncrementProgress); }),
+              HasSubstr(kReport));
   EXPECT_LT(time, kBound);
+  ASSERT_FALSE(QVLog::availableLogs().empty());
+  EXPECT_THAT(test::readFile(QVLog::availableLogs().front()), HasSubstr(kReport));
 }
 
 TEST_F(QVTaskNotificationTest, EveryPostReportsByItsOwnName) {
@@ -303,8 +306,8 @@ TEST_F(QVTaskNotificationSuperuserTest, AHungHostCostsTheBoundAndIsReportedAsATi
   CallbackHost host({"--name", kFirst, "--when-asked", "stop"}, Sandbox::kConsoleUserId);
   std::chrono::nanoseconds time{};
   EXPECT_THAT(printed([&] { time = timeOf(QVTaskNotification::postDisconnect); }),
-              StartsWith("Exception in +[QVTaskNotification postDisconnect]. "
-                         "NSPortTimeoutException - "));
+              HasSubstr("Exception in +[QVTaskNotification postDisconnect]. "
+                        "NSPortTimeoutException - "));
   EXPECT_LT(time, kBound);
 }
 
