@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -48,7 +49,8 @@ bool isPattern(const Data& data) {
   for (std::size_t i = 0; i < std::min(kPeriod, data.size()); ++i) {
     if (data.data()[i] != static_cast<std::byte>(i)) return false;
   }
-  return data.size() <= kPeriod || std::equal(data.begin() + kPeriod, data.end(), data.begin());
+  return data.size() <= kPeriod ||
+         std::memcmp(data.begin() + kPeriod, data.begin(), data.size() - kPeriod) == 0;
 }
 
 std::string loggedText() {
