@@ -1,7 +1,6 @@
 #include "followup/MountTable.h"
 
 #include <algorithm>
-#include <sstream>
 
 namespace followup {
 namespace {
@@ -10,12 +9,16 @@ bool isOctal(char character) {
   return character >= '0' && character <= '7';
 }
 
-// proc(5): mount id, parent id, device, root, mount point, options ...
-std::string mountPointOf(const std::string& line) {
-  std::istringstream fields(line);
-  std::string field;
-  for (int i = 0; i < 5; ++i) fields >> field;
-  return fields ? unescaped(field) : std::string();
+// proc(5): mount id, parent id, device, root, mount point, options ... with one blank between. All
+// other white space may be part of a name.
+std::string mountPointOf(std::string_view line) {
+  constexpr int kFieldsBefore = 4;
+  for (int i = 0; i < kFieldsBefore; ++i) {
+    const std::size_t blank = line.find(' ');
+    if (blank == std::string_view::npos) return {};
+    line.remove_prefix(blank + 1);
+  }
+  return unescaped(line.substr(0, line.find(' ')));
 }
 
 }  // namespace

@@ -71,8 +71,8 @@ TEST_F(DetachTest, AnImageIsUnmountedAndItsLoopDeviceFreed) {
 }
 
 TEST_F(DetachTest, AMountPointMayBeCalledAnything) {
-  for (const char* name :
-       {"My Disk 100%d", "back\\slash\\040", "line\nbreak\tand tab", "#hash", "target is busy."}) {
+  for (const char* name : {"My Disk 100%d", "back\\slash\\040", "line\nbreak\tand tab", "return\r",
+                           "#hash", "target is busy."}) {
     const LoopImage image(sandbox, name);
     ASSERT_TRUE(image.isMounted()) << name;
     EXPECT_EQ(detach({image.mountPoint()}).status, 0) << name;
