@@ -27,7 +27,11 @@ bool isUsable(const std::string& text) {
 
 // The two texts, each with a zero byte behind it.
 bool tell(const Descriptor& socket, const privilege::Credentials& credentials) {
-  std::string message = credentials.userName + '\0' + credentials.password + '\0';
+  std::string message;
+  // So that no copy stays behind when the text grows.
+  message.reserve(2 * kLongest);
+  message.append(credentials.userName).push_back('\0');
+  message.append(credentials.password).push_back('\0');
   const ssize_t sent = ::send(socket.get(), message.data(), message.size(), MSG_NOSIGNAL);
   const bool whole = sent >= 0 && static_cast<std::size_t>(sent) == message.size();
   ::explicit_bzero(message.data(), message.size());
@@ -47,13 +51,19 @@ Authenticator::Authenticator(const privilege::Credentials& credentials) {
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
   socket_ = Descriptor(ends[0]);
-  ready_ = start(Descriptor(ends[1])) && tell(socket_, credentials) && hearReady(socket_);
+  told_ = start(Descriptor(ends[1])) && tell(socket_, credentials);
+}
+
+bool Authenticator::waitUntilReady() {
+  ready_ = told_ && hearReady(socket_);
+  return ready_;
 }
 
 Authenticator::~Authenticator() {
   socket_ = Descriptor();
   if (program_ == nullptr) return;
-  if (!elevator::waitReadable(program_->handle()->pidfd.get(), kGoneLimit)) program_->terminate();
+  const bool goes = ready_ && elevator::waitReadable(program_->handle()->pidfd.get(), kGoneLimit);
+  if (!goes) program_->terminate();
 }
 
 bool Authenticator::start(Descriptor socket) {

@@ -13,7 +13,7 @@ namespace platform {
 // It is a program of its own because the libraries for that are many.
 class Authenticator {
  public:
-  // Blocks until the authority knows the program, for at most some seconds.
+  // Starts the program; it gets ready while the caller does something else.
   explicit Authenticator(const privilege::Credentials& credentials);
   // Blocks until the authority has forgotten the program, which it does at once: it takes no other
   // for the same process before.
@@ -21,8 +21,9 @@ class Authenticator {
   Authenticator(const Authenticator&) = delete;
   Authenticator& operator=(const Authenticator&) = delete;
 
-  // Whether the authority will ask it. If not, nothing must be asked: a dialog would be shown.
-  bool isReady() const { return ready_; }
+  // Blocks until the authority knows the program, for at most some seconds; answers whether it
+  // does. If not, nothing must be asked: a dialog would be shown.
+  bool waitUntilReady();
   // Becomes readable when the program has ended, so that it will not be asked.
   const Descriptor& gone() const { return socket_; }
 
@@ -33,6 +34,7 @@ class Authenticator {
   std::unique_ptr<ChildProcess> program_;
   // Closing it tells the program that it is no longer needed.
   Descriptor socket_;
+  bool told_ = false;
   bool ready_ = false;
 };
 

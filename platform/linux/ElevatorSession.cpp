@@ -86,9 +86,8 @@ Outcome ElevatorSession::askForRights() {
 
 Outcome ElevatorSession::obtainRights(const privilege::Credentials& credentials) {
   const std::lock_guard lock(mutex_);
-  if (!canStartElevator()) return Outcome::unavailable;
-  const Authenticator authenticator(credentials);
-  if (!authenticator.isReady()) return Outcome::unavailable;
+  Authenticator authenticator(credentials);
+  if (!canStartElevator() || !authenticator.waitUntilReady()) return Outcome::unavailable;
   return startElevator(channel_, std::move(elevatorsEnd_), authenticator.gone(), kPasswordLimit,
                        elevator_);
 }
