@@ -61,9 +61,9 @@ enum class Format { xml, binary };
 
 // The dictionary in an XML (UTF-8) or binary property list; none when the bytes are no property
 // list, hold something else than a dictionary, are nested more than 512 deep, would come to more
-// than two million values or 256 MiB of texts and data, or, in a binary list, when a text holds a
-// zero character. An integer beyond 63 bits becomes the negative number of the same bits, a date
-// that `Date` cannot hold its first or last. Thread-safe.
+// than 200,000 keys and values or 256 MiB of texts and data, or, in a binary list, when a text
+// holds a zero character. An integer beyond 63 bits becomes the negative number of the same bits, a
+// date that `Date` cannot hold its first or last. Thread-safe.
 std::optional<PropertyList::Dictionary> parse(std::string_view bytes);
 
 // The same from a file; none also when it cannot be read or is larger than 64 MiB.

@@ -33,8 +33,10 @@ class XmlCheck {
     if (rest_.starts_with("![CDATA[")) return moveBehind("![CDATA[") && skipTo("]]>");
     if (rest_.starts_with('?') || rest_.starts_with('!')) return !insideContainer_;
     const std::string_view tag = rest_.substr(0, rest_.find('>'));
-    if (insideContainer_ && tag.find_first_of("<\"'") != std::string_view::npos) return false;
-    return ++values_ <= kMostValues && passesTag(tag);
+    const std::string_view refused = insideContainer_ ? "<\"'" : "<";
+    if (tag.find_first_of(refused) != std::string_view::npos) return false;
+    if (!tag.starts_with('/')) ++values_;
+    return values_ <= kMostValues && passesTag(tag);
   }
 
   bool passesTag(std::string_view tag) {

@@ -44,12 +44,18 @@ std::int64_t integerOf(plist_t node) {
   return static_cast<std::int64_t>(value);
 }
 
+// By iterator: the library finds an item by its number only by walking to it.
 PropertyList::Array arrayOf(plist_t node) {
   PropertyList::Array array;
-  const std::uint32_t size = plist_array_get_size(node);
-  array.reserve(size);
-  for (std::uint32_t i = 0; i < size; ++i) array.push_back(valueOf(plist_array_get_item(node, i)));
-  return array;
+  plist_array_iter state = nullptr;
+  plist_array_new_iter(node, &state);
+  const std::unique_ptr<void, FreeMemory> iterator(state);
+  for (;;) {
+    plist_t item = nullptr;
+    plist_array_next_item(node, state, &item);
+    if (item == nullptr) return array;
+    array.push_back(valueOf(item));
+  }
 }
 
 PropertyList valueOf(plist_t node) {
