@@ -27,8 +27,18 @@ gboolean pulse(gpointer /*data*/) {
   return G_SOURCE_CONTINUE;
 }
 
+// The themes' bars are as thin as a line; one that is alone in a window may be seen from afar.
+void thicken(GtkWidget* bar) {
+  GtkCssProvider* style = gtk_css_provider_new();
+  gtk_css_provider_load_from_data(style, "trough, progress { min-height: 7px; }", -1, nullptr);
+  gtk_style_context_add_provider(gtk_widget_get_style_context(bar), GTK_STYLE_PROVIDER(style),
+                                 GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
+  g_object_unref(style);
+}
+
 GtkWidget* newBar(GtkWidget* heading) {
   GtkWidget* bar = gtk_progress_bar_new();
+  thicken(bar);
   gtk_widget_set_size_request(bar, kColumnWidth, -1);
   gtk_progress_bar_set_pulse_step(GTK_PROGRESS_BAR(bar), kPulseStep);
   AtkObject* accessible = gtk_widget_get_accessible(bar);
