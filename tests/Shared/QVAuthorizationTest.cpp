@@ -14,7 +14,9 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/ChildProgram.h"
 #include "tests/support/Polkit.h"
+#include "tests/support/ProcessState.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
 
@@ -574,6 +576,92 @@ TEST_F(QVAuthorizationSessionTest, ASecondStartAsksNobody) {
     session.setHasGUI(true);
     EXPECT_TRUE(session.authStart());
     EXPECT_EQ(session.authRef(), first);
+  });
+}
+
+TEST_F(QVAuthorizationSessionTest, AReplacedSessionIsClosed) {
+  asUser([](QVAuthorization& session) {
+    EXPECT_EQ(test::children(), 1U);
+    EXPECT_TRUE(session.authStartWithUser(Polkit::kAdministrator, Polkit::kPassword));
+    EXPECT_TRUE(waitFor([] { return test::children() == 1; })) << "the elevator of the first";
+    EXPECT_EQ(session.authExecTask("/bin/true", {}), 0);
+  });
+}
+
+// The agent that plays the person at the desktop, for this process.
+class Person {
+ public:
+  explicit Person(const std::vector<std::string>& behaviour) : agent_(command(behaviour)) {
+    EXPECT_TRUE(agent_.waitForLine("ready"));
+  }
+  std::size_t timesAsked() { return agent_.lines().size() - 1; }
+
+ private:
+  static std::vector<std::string> command(const std::vector<std::string>& behaviour) {
+    std::vector<std::string> words = {std::string(QV_TEST_PROGRAMS) + "/PolkitAgent",
+                                      std::to_string(::getpid())};
+    words.insert(words.end(), behaviour.begin(), behaviour.end());
+    return words;
+  }
+
+  test::ChildProgram agent_;
+};
+
+TEST_F(QVAuthorizationSessionTest, TheFirstOperationAsksThePersonAndTheOthersDoNot) {
+  sandbox_.makeFile("protected/a");
+  EXPECT_TRUE(passesAs(sandbox_, kUser, [this] {
+    Person person({"answer", Polkit::kPassword});
+    QVAuthorization& session = QVAuthorization::sharedController();
+    EXPECT_FALSE(session.isAuthorized());
+    EXPECT_EQ(consoleOf([&] { EXPECT_TRUE(session.authRemoveFile(protected_ + "/a")); }), "");
+    EXPECT_TRUE(session.isAuthorized());
+    EXPECT_TRUE(session.authCreateDir(protected_ + "/b"));
+    EXPECT_TRUE(appears(protected_ + "/b"));
+    EXPECT_TRUE(disappears(protected_ + "/a"));
+    EXPECT_EQ(person.timesAsked(), 1U);
+  }));
+}
+
+TEST_F(QVAuthorizationSessionTest, ADismissedDialogFailsInSilenceAndIsShownAgain) {
+  EXPECT_TRUE(passesAs(sandbox_, kUser, [] {
+    Person person({"dismiss"});
+    QVAuthorization& session = QVAuthorization::sharedController();
+    EXPECT_EQ(consoleOf([&] {
+                EXPECT_FALSE(session.authStart());
+                EXPECT_EQ(session.authExecTask("/bin/true", {}), -1);
+              }),
+              "");
+    EXPECT_EQ(session.authRef(), nullptr);
+    EXPECT_TRUE(waitFor([&] { return person.timesAsked() == 2; }));
+  }));
+}
+
+TEST_F(QVAuthorizationSessionTest, ABrokenSessionIsReplacedByTheNextStart) {
+  asUser([](QVAuthorization& session) {
+    session.authRef()->end();
+    EXPECT_EQ(session.authExecTask("/bin/true", {}), platform::privilege::kSessionLost);
+    EXPECT_FALSE(session.isAuthorized());
+    EXPECT_TRUE(session.authStartWithUser(Polkit::kAdministrator, Polkit::kPassword));
+    EXPECT_EQ(session.authExecTask("/bin/true", {}), 0);
+  });
+}
+
+// Run by the next test as a child of its own.
+TEST(QVAuthorizationTestChild, DISABLED_AdoptsTheInheritedSession) {
+  QVAuthorization& session = QVAuthorization::sharedController(false);
+  EXPECT_NE(session.authRef(), nullptr);
+  EXPECT_TRUE(session.isAuthorized());
+  EXPECT_TRUE(session.authStart());
+  EXPECT_EQ(session.authExecTask("/bin/true", {}, false), 0);
+}
+
+TEST_F(QVAuthorizationSessionTest, AChildAdoptsTheSessionThatItsParentHandsDown) {
+  asUser([](QVAuthorization& session) {
+    EXPECT_EQ(session.authRef()->runInheriting(
+                  "/proc/self/exe",
+                  {"--gtest_also_run_disabled_tests",
+                   "--gtest_filter=QVAuthorizationTestChild.DISABLED_AdoptsTheInheritedSession"}),
+              0);
   });
 }
 

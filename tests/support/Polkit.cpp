@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +30,7 @@ namespace {
 constexpr char kPasswordHash[] =
     "$6$qvtest$uH.s1dhdU7XZsM6a.xYn4Q6JAe42nxywU37/feNcRGX0/mKmrk2FZuNpS.SUJq/XoRxgdT8Lvnxohp1u3xbI"
     "h/";
+constexpr std::chrono::seconds kStartLimit(30);
 constexpr char kBusSocket[] = "/run/dbus/system_bus_socket";
 
 void check(bool ok, const std::string& what) {
@@ -93,12 +95,15 @@ bool authorityIsOnTheBus() {
 // What the custodian does: starts the daemons, tells the authority's process id, and ends them when
 // nobody holds the other end of the lifeline any more.
 [[noreturn]] void keepDaemons(int lifeline, bool withAuthority) {
+  // Nothing of the test's stays open here, or who waits for its end would wait for this one's too.
+  lifeline = ::dup2(lifeline, 3);
+  ::close_range(4, ~0U, 0);
   const pid_t bus =
       start({"/usr/bin/dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"});
   pid_t authority = 0;
-  if (waitFor([] { return fs::exists(kBusSocket); }) && withAuthority) {
+  if (waitFor([] { return fs::exists(kBusSocket); }, kStartLimit) && withAuthority) {
     authority = start({"/usr/lib/polkit-1/polkitd", "--no-debug"});
-    if (!waitFor(authorityIsOnTheBus)) authority = -1;
+    if (!waitFor(authorityIsOnTheBus, kStartLimit)) authority = -1;
   }
   [[maybe_unused]] ssize_t moved = ::write(lifeline, &authority, sizeof authority);
   char nothing = 0;
@@ -141,7 +146,9 @@ Polkit::Polkit(const Sandbox& sandbox, Without without) {
   ::close(ends[1]);
   lifeline_ = ends[0];
   const bool told = ::read(lifeline_, &authority_, sizeof authority_) == sizeof authority_;
-  if (!told || authority_ < 0) throw std::runtime_error("the authority did not start");
+  if (told && authority_ >= 0) return;
+  endDaemons();
+  throw std::runtime_error("the authority did not start");
 }
 
 void Polkit::installElevator() const {
@@ -152,9 +159,14 @@ void Polkit::installElevator() const {
 }
 
 Polkit::~Polkit() {
+  endDaemons();
+}
+
+void Polkit::endDaemons() {
   if (custodian_ <= 0) return;
   ::close(lifeline_);
   ::waitpid(custodian_, nullptr, 0);
+  custodian_ = 0;
 }
 
 void Polkit::hang() const {

@@ -34,6 +34,7 @@ class Polkit {
 
  private:
   void installElevator() const;
+  void endDaemons();
 
   // Reaped by a process of its own, which ends them when this one is gone, however it went.
   pid_t custodian_ = 0;
