@@ -264,6 +264,34 @@ TEST_F(OpenItemTest, AFileIsGivenToTheApplicationThatWasRegisteredUnderAnIdentif
   EXPECT_THAT(beginningWith("argument", waitForRecord()), ElementsAre("argument " + file));
 }
 
+TEST_F(OpenItemTest, AwkwardlyNamedApplicationsOpenByTheirEntries) {
+  const std::string file = sandbox_.makeFile("file.crash");
+  std::vector<std::string> bundles;
+  for (const char* name :
+       {"Eq=ual", "Dollar $HOME `id`", "Back\\slash", "%f %% %U", "Ünï 'x'; y"}) {
+    bundles.push_back(makeApplication(sandbox_, std::string("Odd/") + name + ".app", kIdentifier));
+  }
+  sandbox_.becomeUser(Sandbox::kConsoleUser);
+  for (const std::string& bundle : bundles) {
+    ASSERT_TRUE(workspace::registerApplication(bundle)) << bundle;
+    EXPECT_TRUE(workspace::openWithBundleIdentifier(file, "com.quorvale.Opener")) << bundle;
+    EXPECT_THAT(waitForRecord(), Contains("program " + bundle + "/Contents/Linux/Program"));
+    fs::remove(record());
+  }
+}
+
+TEST_F(OpenItemTest, WithoutTheDesktopsToolAFileIsNotOpened) {
+  const std::string file = sandbox_.makeFile("file.txt", "text");
+  ASSERT_EQ(::mount("/dev/null", "/usr/bin/gio", nullptr, MS_BIND, nullptr), 0);
+  sandbox_.becomeUser(Sandbox::kConsoleUser);
+  ASSERT_TRUE(workspace::registerApplication(bundle_));
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(workspace::open(file));
+  EXPECT_FALSE(workspace::openWithBundleIdentifier(file, "com.quorvale.Opener"));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("/usr/bin/gio is missing"));
+}
+
 TEST_F(OpenItemTest, WhatTheSuperuserRegisteredOpensForThePerson) {
   const std::string file = sandbox_.makeFile("file.crash");
   sandbox_.setConsoleUser(Sandbox::kConsoleUser);

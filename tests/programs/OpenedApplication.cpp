@@ -66,6 +66,10 @@ int main(int argc, char** argv) {
   file << "umask " << std::oct << mask << std::dec << '\n';
   writeDescriptors(file);
   writeSignals(file);
+  char program[4096] = {};
+  if (::readlink("/proc/self/exe", program, sizeof program - 1) > 0) {
+    file << "program " << program << '\n';
+  }
   for (int i = 1; i < argc; ++i) file << "argument " << argv[i] << '\n';
   for (char** variable = environ; *variable != nullptr; ++variable) {
     file << "variable " << *variable << '\n';
