@@ -27,9 +27,9 @@ using std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr int kRounds = 21;
-// Smaller drawings are not the window.
+// Smaller drawings are not a window but a part of it, such as the moving bar.
 constexpr int kLeastWidth = 300;
-constexpr int kLeastHeight = 40;
+constexpr int kLeastHeight = 20;
 
 struct Start {
   Milliseconds untilFrame{};
