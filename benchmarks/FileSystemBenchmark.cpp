@@ -31,7 +31,7 @@ namespace fs = platform::file_system;
 
 using Action = std::function<void()>;
 
-constexpr int kRounds = 7;
+constexpr int kRounds = 5;
 constexpr std::size_t kMegabyte = 1000 * 1000;
 
 void check(bool ok, const std::string& what) {

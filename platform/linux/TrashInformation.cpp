@@ -44,11 +44,14 @@ bool isContinuation(char c) {
   return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
-// At most `size` bytes of the beginning, whole characters.
+// At most `size` bytes of the beginning: whole characters, where the bytes are characters.
 std::string_view shortened(std::string_view text, std::size_t size) {
+  constexpr std::size_t kLongestCharacter = 4;
   if (text.size() <= size) return text;
-  while (size > 0 && isContinuation(text[size])) --size;
-  return text.substr(0, size);
+  std::size_t end = size;
+  while (end > 0 && size - end < kLongestCharacter && isContinuation(text[end])) --end;
+  const bool isCharacter = end > 0 && !isContinuation(text[end]);
+  return text.substr(0, isCharacter ? end : size);
 }
 
 }  // namespace
