@@ -165,7 +165,7 @@ TEST_F(PrivilegeTest, WrongAndEmptyPasswordsAreRefusedInTimeAndTheNextTryWorks) 
   });
 }
 
-TEST_F(PrivilegeTest, OneWhoIsNoAdministratorIsRefusedAtOnce) {
+TEST_F(PrivilegeTest, OneWhoIsNoAdministratorIsRefusedInTime) {
   const Polkit polkit(sandbox_);
   asUser([] {
     EXPECT_LT(secondsOf([] {
@@ -174,7 +174,7 @@ TEST_F(PrivilegeTest, OneWhoIsNoAdministratorIsRefusedAtOnce) {
                 EXPECT_EQ(tryPassword("", ""), Outcome::refused);
                 EXPECT_EQ(tryPassword("root", "x"), Outcome::refused);
               }),
-              5);
+              15);
     EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
   });
 }
