@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -30,10 +29,10 @@ class PropertyList {
   PropertyList(Value value);  // NOLINT(google-explicit-constructor)
   // What a Value can be made of without narrowing: 1 is an integer, "1" a text.
   template <class T>
-  requires(std::constructible_from<Value, T> && !std::same_as<std::remove_cvref_t<T>, Value> &&
-           !std::same_as<std::remove_cvref_t<T>, PropertyList>)
-      PropertyList(T&& value)  // NOLINT(google-explicit-constructor)
-      : value_(std::forward<T>(value)) {}
+  requires(std::constructible_from<Value, T> && !std::same_as<T, Value> &&
+           !std::same_as<T, PropertyList>)
+      PropertyList(T value)  // NOLINT(google-explicit-constructor)
+      : value_(std::move(value)) {}
 
   // The value if it is of type T, else null.
   template <class T>
