@@ -22,7 +22,7 @@ std::size_t controlSize(std::size_t descriptors) {
   return CMSG_SPACE(sizeof(ucred)) + (descriptors > 0 ? CMSG_SPACE(sizeof(int) * descriptors) : 0);
 }
 
-void takeDescriptors(const cmsghdr* header, std::vector<Descriptor>& descriptors) {
+void takeDescriptors(const cmsghdr* header, std::vector<FileDescriptor>& descriptors) {
   const std::size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
   for (std::size_t i = 0; i < count; ++i) {
     int number = -1;
@@ -57,7 +57,7 @@ ChannelPair makeChannel() {
   for (const int end : ends) {
     ::setsockopt(end, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
   }
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 bool isChannel(int descriptor) {

@@ -7,18 +7,18 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 // One packet of a channel: a connected local socket of packets (unix(7), SOCK_SEQPACKET).
 namespace elevator {
 
-using platform::Descriptor;
+using platform::FileDescriptor;
 
 // A pair of connected ends, both closed on exec, both told the sender of each packet by the kernel.
 // Both are empty when the system has no more; errno says why.
 struct ChannelPair {
-  Descriptor one;
-  Descriptor other;
+  FileDescriptor one;
+  FileDescriptor other;
 };
 ChannelPair makeChannel();
 
@@ -36,7 +36,7 @@ struct Packet {
   };
   State state = State::broken;
   std::string bytes;
-  std::vector<Descriptor> descriptors;
+  std::vector<FileDescriptor> descriptors;
   // Who sent it, as the kernel says.
   pid_t senderPid = 0;
   uid_t senderUid = 0;

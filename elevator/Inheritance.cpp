@@ -111,14 +111,14 @@ void resetPriorities() {
   std::memset(&all, 0xff, sizeof all);
   ::sched_setaffinity(0, sizeof all, &all);
   ::personality(PER_LINUX);
-  if (const Descriptor score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC)); score) {
+  if (const FileDescriptor score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC)); score) {
     [[maybe_unused]] const ssize_t written = ::write(score.get(), "0", 1);
   }
 }
 
 }  // namespace
 
-Descriptor takeChannel(const char*& why) {
+FileDescriptor takeChannel(const char*& why) {
   why = nullptr;
   if (::getuid() != 0 || ::geteuid() != 0) {
     why = "does not run as root";
@@ -128,7 +128,7 @@ Descriptor takeChannel(const char*& why) {
     why = "its channel is not its parent's";
   }
   if (why != nullptr) return {};
-  Descriptor channel(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  FileDescriptor channel(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   const int on = 1;
   if (!channel || !silenceStandardEnds() ||
       ::setsockopt(channel.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0) {
@@ -138,7 +138,7 @@ Descriptor takeChannel(const char*& why) {
   return channel;
 }
 
-void shedInheritance(const Descriptor& kept) {
+void shedInheritance(const FileDescriptor& kept) {
   closeAllBut(kept.get());
   ::clearenv();
   ::setsid();

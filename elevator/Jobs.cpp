@@ -46,8 +46,8 @@ int Jobs::start(Job& job) {
     syslog(LOG_ERR, "cannot run %s: %s", job.words.front().c_str(), std::strerror(status));
   }
   // Only the tool writes there: the reader must see the end when the tool ends.
-  job.output = Descriptor();
-  job.tool.file = Descriptor();
+  job.output = FileDescriptor();
+  job.tool.file = FileDescriptor();
   return status;
 }
 
@@ -86,7 +86,7 @@ void Jobs::startWhatMay() {
   }
 }
 
-void Jobs::observe(const std::shared_ptr<Descriptor>& observer) {
+void Jobs::observe(const std::shared_ptr<FileDescriptor>& observer) {
   for (Job& job : jobs_) job.observers.push_back(observer);
 }
 

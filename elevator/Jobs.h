@@ -8,28 +8,28 @@
 #include <vector>
 
 #include "elevator/Tool.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace elevator {
 
-using platform::Descriptor;
+using platform::FileDescriptor;
 
 // A command that was accepted.
 struct Job {
   std::vector<std::string> words;
   Tool tool;
   // Where the standard output goes; nowhere when empty.
-  Descriptor output;
+  FileDescriptor output;
   // Where the end is reported; nowhere when empty.
-  Descriptor report;
+  FileDescriptor report;
   // Closed when nothing holds them any more: that is how observers learn of the end.
-  std::vector<std::shared_ptr<Descriptor>> observers;
+  std::vector<std::shared_ptr<FileDescriptor>> observers;
 
   std::vector<std::string> paths;
   // Earlier jobs that name overlapping paths and have not ended.
   std::size_t blockers = 0;
   // Once it runs; readable when it has ended (pidfd_open(2)).
-  Descriptor process;
+  FileDescriptor process;
 };
 
 // The commands that have not ended, in the order in which they came. One that names a path of an
@@ -46,7 +46,7 @@ class Jobs {
   // Reports the end of the job whose process descriptor this is, and starts what waited for it.
   void finish(int process);
   // Lets `observer` be closed when all jobs of now have ended.
-  void observe(const std::shared_ptr<Descriptor>& observer);
+  void observe(const std::shared_ptr<FileDescriptor>& observer);
 
   bool hasWaiting() const { return running_ < jobs_.size(); }
   // The process descriptors of the jobs that run.

@@ -16,15 +16,15 @@ namespace elevator {
 namespace {
 
 struct PipeEnds {
-  Descriptor reading;
-  Descriptor writing;
+  FileDescriptor reading;
+  FileDescriptor writing;
 };
 
 // Empty ends when the system has no more; errno says why.
 PipeEnds makePipe() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return {};
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 bool hasReader(int pipe) {
@@ -34,7 +34,7 @@ bool hasReader(int pipe) {
 
 }  // namespace
 
-Server::Server(Descriptor firstChannel) {
+Server::Server(FileDescriptor firstChannel) {
   channels_.push_back({std::move(firstChannel), 0});
 }
 
@@ -88,7 +88,7 @@ bool Server::reply(const Channel& channel, const Request& request) {
   const int socket = channel.socket.get();
   const Answer result = answer(request);
   std::vector<int> numbers;
-  for (const Descriptor& descriptor : result.descriptors) numbers.push_back(descriptor.get());
+  for (const FileDescriptor& descriptor : result.descriptors) numbers.push_back(descriptor.get());
   // One who does not take the replies is not waited for.
   return send(socket, encoded(Reply{request.id, result.status}), numbers);
 }
@@ -145,7 +145,7 @@ Server::Answer Server::openChannel() {
 Server::Answer Server::observe() {
   PipeEnds pipe = makePipe();
   if (!pipe.reading) return {errno, {}};
-  jobs_.observe(std::make_shared<Descriptor>(std::move(pipe.writing)));
+  jobs_.observe(std::make_shared<FileDescriptor>(std::move(pipe.writing)));
   Answer result;
   result.descriptors.push_back(std::move(pipe.reading));
   return result;

@@ -7,18 +7,18 @@
 #include "elevator/Channel.h"
 #include "elevator/Jobs.h"
 #include "elevator/Messages.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace elevator {
 
-using platform::Descriptor;
+using platform::FileDescriptor;
 
 // Serves the channels, one packet after the other, on one thread.
 class Server {
  public:
   static constexpr std::size_t kMostChannels = 64;
 
-  explicit Server(Descriptor firstChannel);
+  explicit Server(FileDescriptor firstChannel);
 
   // Returns when the last channel is closed, nothing waits to be started, and nobody is left who
   // wants to hear how what runs ends. What runs goes on.
@@ -26,14 +26,14 @@ class Server {
 
  private:
   struct Channel {
-    Descriptor socket;
+    FileDescriptor socket;
     // The one process that may use this channel: the one that used it first.
     pid_t peer = 0;
   };
   // What goes back to the asker; what it holds is closed here once it has been sent.
   struct Answer {
     int status = 0;
-    std::vector<Descriptor> descriptors;
+    std::vector<FileDescriptor> descriptors;
   };
 
   bool hasReasonToStay() const;

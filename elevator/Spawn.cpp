@@ -48,7 +48,7 @@ class Actions {
   // The first descriptor that a program does not have by itself.
   static constexpr int kScript = 3;
 
-  Actions(const Tool& tool, const Descriptor& output) {
+  Actions(const Tool& tool, const FileDescriptor& output) {
     ::posix_spawn_file_actions_init(&value_);
     if (output) ::posix_spawn_file_actions_adddup2(&value_, output.get(), STDOUT_FILENO);
     if (tool.isScript) ::posix_spawn_file_actions_adddup2(&value_, tool.file.get(), kScript);
@@ -65,8 +65,8 @@ class Actions {
 
 }  // namespace
 
-int spawn(const Tool& tool, const std::vector<std::string>& words, const Descriptor& output,
-          Descriptor& process) {
+int spawn(const Tool& tool, const std::vector<std::string>& words, const FileDescriptor& output,
+          FileDescriptor& process) {
   std::vector<char*> arguments;
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
@@ -81,11 +81,11 @@ int spawn(const Tool& tool, const std::vector<std::string>& words, const Descrip
                                    arguments.data(), environment().data());
   if (status != 0) return status;
   // Nobody else waits for it, so the number cannot have been given to another process.
-  process = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+  process = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   return process ? 0 : errno;
 }
 
-TermStatus collect(const Descriptor& process) {
+TermStatus collect(const FileDescriptor& process) {
   siginfo_t end{};
   while (::waitid(P_PIDFD, static_cast<id_t>(process.get()), &end, WEXITED) != 0) {
     if (errno != EINTR) return -1;

@@ -2,17 +2,17 @@
 
 #include <string>
 
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace elevator {
 
-using platform::Descriptor;
+using platform::FileDescriptor;
 
 struct Tool {
   // 0, or why it may not be run (errno(3)).
   int status = 0;
   // The very file that was examined.
-  Descriptor file;
+  FileDescriptor file;
   // Whether an interpreter will have to open the file for itself.
   bool isScript = false;
 };

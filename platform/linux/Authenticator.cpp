@@ -26,7 +26,7 @@ bool isUsable(const std::string& text) {
 }
 
 // The two texts, each with a zero byte behind it.
-bool tell(const Descriptor& socket, const privilege::Credentials& credentials) {
+bool tell(const FileDescriptor& socket, const privilege::Credentials& credentials) {
   std::string message;
   // So that no copy stays behind when the text grows.
   message.reserve(2 * kLongest);
@@ -38,7 +38,7 @@ bool tell(const Descriptor& socket, const privilege::Credentials& credentials) {
   return whole;
 }
 
-bool hearReady(const Descriptor& socket) {
+bool hearReady(const FileDescriptor& socket) {
   std::array<char, 1> word{};
   return elevator::waitReadable(socket.get(), kReadyLimit) &&
          ::recv(socket.get(), word.data(), word.size(), MSG_DONTWAIT) == 1;
@@ -50,8 +50,8 @@ Authenticator::Authenticator(const privilege::Credentials& credentials) {
   if (!isUsable(credentials.userName) || !isUsable(credentials.password)) return;
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
-  socket_ = Descriptor(ends[0]);
-  told_ = start(Descriptor(ends[1])) && tell(socket_, credentials);
+  socket_ = FileDescriptor(ends[0]);
+  told_ = start(FileDescriptor(ends[1])) && tell(socket_, credentials);
 }
 
 bool Authenticator::waitUntilReady() {
@@ -60,13 +60,13 @@ bool Authenticator::waitUntilReady() {
 }
 
 Authenticator::~Authenticator() {
-  socket_ = Descriptor();
+  socket_ = FileDescriptor();
   if (program_ == nullptr) return;
   const bool goes = ready_ && elevator::waitReadable(program_->handle()->pidfd.get(), kGoneLimit);
   if (!goes) program_->terminate();
 }
 
-bool Authenticator::start(Descriptor socket) {
+bool Authenticator::start(FileDescriptor socket) {
   ChildProgram program;
   program.path =
       path::appending(path::deletingLastComponent(process_info::executablePath()), "authenticator");

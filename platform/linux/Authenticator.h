@@ -4,7 +4,7 @@
 
 #include "platform/Privilege.h"
 #include "platform/linux/ChildProcess.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace platform {
 
@@ -25,15 +25,15 @@ class Authenticator {
   // does. If not, nothing must be asked: a dialog would be shown.
   bool waitUntilReady();
   // Becomes readable when the program has ended, so that it will not be asked.
-  const Descriptor& gone() const { return socket_; }
+  const FileDescriptor& gone() const { return socket_; }
 
  private:
   // Takes over the program's end, so that the end of the program is the end of the stream.
-  bool start(Descriptor socket);
+  bool start(FileDescriptor socket);
 
   std::unique_ptr<ChildProcess> program_;
   // Closing it tells the program that it is no longer needed.
-  Descriptor socket_;
+  FileDescriptor socket_;
   bool told_ = false;
   bool ready_ = false;
 };

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "elevator/Messages.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace platform {
 
@@ -16,13 +16,13 @@ namespace platform {
 // believed only when the kernel says that root sent it; anything else breaks the channel for good.
 class ElevatorChannel {
  public:
-  explicit ElevatorChannel(Descriptor socket) : socket_(std::move(socket)) {}
+  explicit ElevatorChannel(FileDescriptor socket) : socket_(std::move(socket)) {}
 
   struct Answer {
     // An error number, or privilege::kSessionLost.
     int status = 0;
     // As many as were asked for when the status is 0, else none.
-    std::vector<Descriptor> descriptors;
+    std::vector<FileDescriptor> descriptors;
     pid_t sender = 0;
   };
 
@@ -35,13 +35,13 @@ class ElevatorChannel {
   Answer takeAnswer(std::size_t descriptors, std::chrono::milliseconds limit);
 
   int socket() const { return socket_.get(); }
-  void close() { socket_ = Descriptor(); }
+  void close() { socket_ = FileDescriptor(); }
 
  private:
   Answer lost();
   int send(elevator::Kind kind, std::vector<std::string> words);
 
-  Descriptor socket_;
+  FileDescriptor socket_;
   std::uint32_t lastId_ = 0;
 };
 

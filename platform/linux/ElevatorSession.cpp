@@ -23,7 +23,7 @@ constexpr std::chrono::minutes kPersonLimit(5);
 constexpr std::chrono::seconds kPasswordLimit(30);
 
 // Reads once, again after interruptions; 0 at the end and on a failure.
-std::size_t readSome(const Descriptor& pipe, std::span<std::byte> buffer) {
+std::size_t readSome(const FileDescriptor& pipe, std::span<std::byte> buffer) {
   ssize_t size = 0;
   do {
     size = ::read(pipe.get(), buffer.data(), buffer.size());
@@ -44,7 +44,7 @@ std::vector<std::string> environmentWithChannel(int number) {
 
 class ElevatedOutput : public privilege::ToolOutput {
  public:
-  ElevatedOutput(Descriptor output, Descriptor report)
+  ElevatedOutput(FileDescriptor output, FileDescriptor report)
       : output_(std::move(output)), report_(std::move(report)) {}
 
   std::size_t read(std::span<std::byte> buffer) override { return readSome(output_, buffer); }
@@ -54,19 +54,19 @@ class ElevatedOutput : public privilege::ToolOutput {
     elevator::TermStatus status = 0;
     const std::span<std::byte> bytes(reinterpret_cast<std::byte*>(&status), sizeof status);
     if (readSome(report_, bytes) == sizeof status) status_ = status;
-    report_ = Descriptor();
+    report_ = FileDescriptor();
     return status_;
   }
 
  private:
-  Descriptor output_;
-  Descriptor report_;
+  FileDescriptor output_;
+  FileDescriptor report_;
   int status_ = -1;
 };
 
 }  // namespace
 
-ElevatorSession::ElevatorSession(Descriptor ownEnd, Descriptor elevatorsEnd)
+ElevatorSession::ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevatorsEnd)
     : channel_(std::move(ownEnd)), elevatorsEnd_(std::move(elevatorsEnd)) {}
 
 ElevatorSession::~ElevatorSession() {
@@ -81,7 +81,8 @@ bool ElevatorSession::isAlive(std::chrono::milliseconds limit) {
 Outcome ElevatorSession::askForRights() {
   const std::lock_guard lock(mutex_);
   if (!canStartElevator()) return Outcome::unavailable;
-  return startElevator(channel_, std::move(elevatorsEnd_), Descriptor(), kPersonLimit, elevator_);
+  return startElevator(channel_, std::move(elevatorsEnd_), FileDescriptor(), kPersonLimit,
+                       elevator_);
 }
 
 Outcome ElevatorSession::obtainRights(const privilege::Credentials& credentials) {
@@ -108,16 +109,16 @@ Execution ElevatorSession::execute(const std::string& tool,
                                               std::move(answer.descriptors[1]))};
 }
 
-Descriptor ElevatorSession::newChannel() {
+FileDescriptor ElevatorSession::newChannel() {
   const std::lock_guard lock(mutex_);
   if (elevatorsEnd_) return {};
   auto answer = channel_.ask(elevator::Kind::newChannel, {}, 1);
-  return answer.status == 0 ? std::move(answer.descriptors[0]) : Descriptor();
+  return answer.status == 0 ? std::move(answer.descriptors[0]) : FileDescriptor();
 }
 
 int ElevatorSession::runInheriting(const std::string& program,
                                    const std::vector<std::string>& arguments) {
-  Descriptor channel = newChannel();
+  FileDescriptor channel = newChannel();
   if (!channel) return -1;
   ChildProgram child;
   child.path = program;
@@ -127,7 +128,7 @@ int ElevatorSession::runInheriting(const std::string& program,
   child.ends[STDIN_FILENO] = channel.get();
   try {
     ChildProcess process(child);
-    channel = Descriptor();
+    channel = FileDescriptor();
     process.wait();
     return process.status().value_or(-1);
   } catch (const std::system_error&) {
@@ -138,7 +139,7 @@ int ElevatorSession::runInheriting(const std::string& program,
 void ElevatorSession::end() {
   const std::lock_guard lock(mutex_);
   channel_.close();
-  elevatorsEnd_ = Descriptor();
+  elevatorsEnd_ = FileDescriptor();
   elevator_.reset();
 }
 

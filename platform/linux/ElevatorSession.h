@@ -8,8 +8,8 @@
 
 #include "platform/Privilege.h"
 #include "platform/linux/ChildProcess.h"
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/ElevatorChannel.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace platform {
 
@@ -17,7 +17,7 @@ namespace platform {
 class ElevatorSession : public privilege::Session {
  public:
   // `elevatorsEnd` is what the elevator will be started with; empty when it runs already.
-  ElevatorSession(Descriptor ownEnd, Descriptor elevatorsEnd);
+  ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevatorsEnd);
   ~ElevatorSession() override;
 
   // Whether there is an elevator at the other end; blocks for at most `limit`.
@@ -32,12 +32,12 @@ class ElevatorSession : public privilege::Session {
 
  private:
   // A channel for a child; empty when the elevator gives none.
-  Descriptor newChannel();
+  FileDescriptor newChannel();
 
   // Guards everything below: a request and its reply belong together.
   std::mutex mutex_;
   ElevatorChannel channel_;
-  Descriptor elevatorsEnd_;
+  FileDescriptor elevatorsEnd_;
   // Null when the elevator was started by somebody else.
   std::unique_ptr<ChildProcess> elevator_;
 };

@@ -32,7 +32,7 @@ std::vector<std::string> environment() {
   return result;
 }
 
-ChildProgram program(const Descriptor& channel) {
+ChildProgram program(const FileDescriptor& channel) {
   ChildProgram result;
   if (::getuid() == 0) {
     result.path = QV_ELEVATOR_PATH;
@@ -50,7 +50,8 @@ ChildProgram program(const Descriptor& channel) {
 enum class News { fromElevator, agentGone, none };
 
 // Waits for the elevator's first packet or the end of the channel.
-News waitForNews(const ElevatorChannel& channel, const Descriptor& agent, Clock::time_point end) {
+News waitForNews(const ElevatorChannel& channel, const FileDescriptor& agent,
+                 Clock::time_point end) {
   while (true) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
     std::array<pollfd, 2> entries = {pollfd{channel.socket(), POLLIN, 0},
@@ -84,8 +85,9 @@ bool canStartElevator() {
   return ::getuid() == 0 || polkitAnswers(kPresenceLimit);
 }
 
-Outcome startElevator(ElevatorChannel& channel, Descriptor elevatorsEnd, const Descriptor& agent,
-                      std::chrono::milliseconds limit, std::unique_ptr<ChildProcess>& elevator) {
+Outcome startElevator(ElevatorChannel& channel, FileDescriptor elevatorsEnd,
+                      const FileDescriptor& agent, std::chrono::milliseconds limit,
+                      std::unique_ptr<ChildProcess>& elevator) {
   const auto end = Clock::now() + limit;
   if (!channel.sendHello()) return Outcome::unavailable;
   try {
@@ -93,7 +95,7 @@ Outcome startElevator(ElevatorChannel& channel, Descriptor elevatorsEnd, const D
   } catch (const std::system_error&) {
     return Outcome::unavailable;
   }
-  elevatorsEnd = Descriptor();
+  elevatorsEnd = FileDescriptor();
   const News news = waitForNews(channel, agent, end);
   if (news == News::fromElevator && isHello(channel, *elevator)) return Outcome::granted;
   if (news != News::fromElevator) elevator->terminate();

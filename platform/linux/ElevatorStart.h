@@ -5,8 +5,8 @@
 
 #include "platform/Privilege.h"
 #include "platform/linux/ChildProcess.h"
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/ElevatorChannel.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace platform {
 
@@ -19,8 +19,8 @@ bool canStartElevator();
 // more hope. `agent` is a descriptor that becomes readable when whoever is to authenticate has
 // gone; an empty one is never looked at. The calling thread must live until this returns. On
 // success `elevator` is the started process.
-privilege::Outcome startElevator(ElevatorChannel& channel, Descriptor elevatorsEnd,
-                                 const Descriptor& agent, std::chrono::milliseconds limit,
+privilege::Outcome startElevator(ElevatorChannel& channel, FileDescriptor elevatorsEnd,
+                                 const FileDescriptor& agent, std::chrono::milliseconds limit,
                                  std::unique_ptr<ChildProcess>& elevator);
 
 }  // namespace platform

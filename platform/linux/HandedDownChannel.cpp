@@ -22,7 +22,7 @@ struct HandedDown {
   // Guards what follows.
   std::mutex mutex;
   bool secured = false;
-  Descriptor channel;
+  FileDescriptor channel;
 };
 
 HandedDown& handedDown() {
@@ -39,12 +39,12 @@ int numberIn(std::string_view text) {
 
 // A standard end must stay open, or the next file would become it.
 void leadNowhere(int standardEnd) {
-  const Descriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const FileDescriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (nowhere) ::dup2(nowhere.get(), standardEnd);
 }
 
-Descriptor moved(int number) {
-  Descriptor channel(::fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+FileDescriptor moved(int number) {
+  FileDescriptor channel(::fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   if (number <= STDERR_FILENO) {
     leadNowhere(number);
   } else {
@@ -55,13 +55,13 @@ Descriptor moved(int number) {
   return channel;
 }
 
-Descriptor fromEnvironment() {
+FileDescriptor fromEnvironment() {
   const char* variable = std::getenv(elevator::kChannelVariable);
   if (variable == nullptr) return {};
   const int number = numberIn(variable);
   ::unsetenv(elevator::kChannelVariable);
   // Whatever else the number may name is somebody else's and stays as it is.
-  return number >= 0 && elevator::isChannel(number) ? moved(number) : Descriptor();
+  return number >= 0 && elevator::isChannel(number) ? moved(number) : FileDescriptor();
 }
 
 }  // namespace
@@ -73,7 +73,7 @@ void secureHandedDownChannel() {
   state.channel = fromEnvironment();
 }
 
-Descriptor takeHandedDownChannel() {
+FileDescriptor takeHandedDownChannel() {
   secureHandedDownChannel();
   HandedDown& state = handedDown();
   const std::lock_guard lock(state.mutex);

@@ -26,9 +26,9 @@ Session::Creation Session::create() {
 
 // static
 std::shared_ptr<Session> Session::inherited() {
-  Descriptor channel = takeHandedDownChannel();
+  FileDescriptor channel = takeHandedDownChannel();
   if (!channel) return nullptr;
-  auto session = std::make_shared<ElevatorSession>(std::move(channel), Descriptor());
+  auto session = std::make_shared<ElevatorSession>(std::move(channel), FileDescriptor());
   return session->isAlive(kInheritanceLimit) ? session : nullptr;
 }
 

@@ -54,8 +54,8 @@ std::unique_ptr<RemoteObject> RemoteProcess::lookUp(const std::string& name) {
   const auto program = Bundle::main().auxiliaryPath("followup");
   int ends[2];
   if (!program || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return nullptr;
-  Descriptor ours(ends[0]);
-  const Descriptor theirs(ends[1]);
+  FileDescriptor ours(ends[0]);
+  const FileDescriptor theirs(ends[1]);
   ChildProgram child;
   child.path = *program;
   child.arguments = {*program, "remote"};
@@ -71,7 +71,7 @@ std::unique_ptr<RemoteObject> RemoteProcess::lookUp(const std::string& name) {
   return object;
 }
 
-RemoteProcess::RemoteProcess(std::unique_ptr<ChildProcess> child, Descriptor socket)
+RemoteProcess::RemoteProcess(std::unique_ptr<ChildProcess> child, FileDescriptor socket)
     : child_(std::move(child)), socket_(std::move(socket)) {}
 
 void RemoteProcess::setProtocol(const std::string& protocol) {

@@ -6,7 +6,7 @@
 
 #include "platform/RemoteObject.h"
 #include "platform/linux/ChildProcess.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace platform {
 
@@ -25,14 +25,14 @@ class RemoteProcess : public RemoteObject {
   void perform(const std::string& message, const std::vector<PropertyList>& arguments) override;
 
  private:
-  RemoteProcess(std::unique_ptr<ChildProcess> child, Descriptor socket);
+  RemoteProcess(std::unique_ptr<ChildProcess> child, FileDescriptor socket);
   // Sends the child a request and answers its yes or no; raises what the child raised.
   bool ask(const char* verb, const std::string& subject,
            const std::vector<PropertyList>& arguments = {});
 
   // The child ends when the socket closes, and is then collected in the background.
   const std::unique_ptr<ChildProcess> child_;
-  const Descriptor socket_;
+  const FileDescriptor socket_;
 };
 
 }  // namespace platform

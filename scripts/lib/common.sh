@@ -19,14 +19,14 @@ as_root() {
 
 build_packages="build-essential cmake ninja-build pkg-config libglib2.0-dev libgtk-3-dev
   libplist-dev libsystemd-dev libpolkit-agent-1-dev"
-test_packages="libgtest-dev libgmock-dev dbus-daemon psmisc e2fsprogs mount util-linux xvfb openbox
+test_packages="libgtest-dev libgmock-dev dbus-daemon dbus-bin psmisc e2fsprogs mount util-linux xvfb openbox
   xdotool x11-utils imagemagick attr acl rsync desktop-file-utils libglib2.0-bin xdg-utils
   polkitd pkexec passwd locales squashfs-tools fonts-dejavu-core adwaita-icon-theme"
 demo_packages="psmisc e2fsprogs mount util-linux passwd xvfb openbox xdotool imagemagick rsync
   fonts-dejavu-core adwaita-icon-theme"
 lint_packages="clang clang-format clang-tidy"
 fuzz_packages="clang"
-benchmark_packages="libbenchmark-dev libspdlog-dev"
+benchmark_packages="libbenchmark-dev libspdlog-dev libxdamage-dev"
 
 # install_packages NAME...: installs those Debian packages that are missing.
 install_packages() {

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <filesystem>
 #include <functional>
@@ -18,6 +17,7 @@
 #include "platform/UserDefaults.h"
 #include "tests/support/BesideMainLoop.h"
 #include "tests/support/ImmutableFlag.h"
+#include "tests/support/ThreadLimit.h"
 #include "tests/support/UpdateMachine.h"
 #include "tests/support/WaitFor.h"
 #include "tests/support/XServer.h"
@@ -113,12 +113,13 @@ class DelegateThatForbidsThreads : public platform::ApplicationDelegate {
 
   void applicationDidFinishLaunching() override {
     controller_.applicationDidFinishLaunching();
-    const rlimit noThreads{1, 1};
-    ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &noThreads), 0);
+    noThreads_.emplace();
+    ASSERT_TRUE(noThreads_->isSet());
   }
 
  private:
   AppController& controller_;
+  std::optional<test::ThreadLimit> noThreads_;
 };
 
 class AppControllerAsUserTest : public AppControllerTest {
@@ -146,8 +147,8 @@ TEST_F(AppControllerAsUserTest, AnExceptionWhileLaunchingLeavesTheApplicationOpe
   platform::user_defaults::setArguments(static_cast<int>(words.size()), words.data());
   QVLog::createNewLog();
   QVLog::finishWriting();
-  const rlimit noThreads{1, 1};
-  ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &noThreads), 0);
+  const test::ThreadLimit noThreads;
+  ASSERT_TRUE(noThreads.isSet());
   controller_.applicationDidFinishLaunching();
   EXPECT_THAT(logOfUser(),
               HasSubstr(" - Exception in -[AppController applicationDidFinishLaunching:]. "

@@ -30,8 +30,8 @@
 namespace {
 
 using elevator::Kind;
-using platform::Descriptor;
 using platform::ElevatorChannel;
+using platform::FileDescriptor;
 using test::Sandbox;
 using testing::HasSubstr;
 
@@ -68,7 +68,7 @@ class InheritanceTest : public testing::Test {
 TEST_F(InheritanceTest, ItStartsForItsParentAndEndsWithTheChannel) {
   elevator::ChannelPair pair = elevator::makeChannel();
   const pid_t child = startElevator(pair.other.get(), nothing);
-  pair.other = Descriptor();
+  pair.other = FileDescriptor();
   ElevatorChannel channel(std::move(pair.one));
   EXPECT_EQ(channel.ask(Kind::hello, {}, 0).sender, child);
   channel.close();
@@ -76,7 +76,7 @@ TEST_F(InheritanceTest, ItStartsForItsParentAndEndsWithTheChannel) {
 }
 
 TEST_F(InheritanceTest, ItRefusesWhatIsNoChannel) {
-  const Descriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const FileDescriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
   EXPECT_EQ(exitStatusOf(startElevator(nowhere.get(), nothing)), 1);
   std::array<int, 2> stream{};
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, stream.data()), 0);

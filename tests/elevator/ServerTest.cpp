@@ -31,8 +31,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using elevator::Kind;
-using platform::Descriptor;
 using platform::ElevatorChannel;
+using platform::FileDescriptor;
 using test::readFile;
 using test::Sandbox;
 using test::waitFor;
@@ -44,7 +44,7 @@ bool hasEnded(int channel) {
   return ::poll(&entry, 1, 10000) == 1 && (entry.revents & POLLHUP) != 0;
 }
 
-std::string readAll(const Descriptor& pipe) {
+std::string readAll(const FileDescriptor& pipe) {
   std::string text;
   std::array<char, 4096> buffer{};
   for (ssize_t size = 0; (size = ::read(pipe.get(), buffer.data(), buffer.size())) > 0;) {
@@ -53,7 +53,7 @@ std::string readAll(const Descriptor& pipe) {
   return text;
 }
 
-elevator::TermStatus reportOn(const Descriptor& pipe) {
+elevator::TermStatus reportOn(const FileDescriptor& pipe) {
   elevator::TermStatus status = -2;
   EXPECT_EQ(::read(pipe.get(), &status, sizeof status), static_cast<ssize_t>(sizeof status));
   return status;
@@ -74,11 +74,11 @@ class ServerTest : public testing::Test {
     EXPECT_TRUE(ended_ || serverEnds());
   }
 
-  Descriptor startServer() {
+  FileDescriptor startServer() {
     elevator::ChannelPair pair = elevator::makeChannel();
     server_ = ::fork();
     if (server_ == 0) {
-      pair.one = Descriptor();
+      pair.one = FileDescriptor();
       ::signal(SIGPIPE, SIG_IGN);
       elevator::Server(std::move(pair.other)).run();
       ::_exit(0);
@@ -281,7 +281,7 @@ TEST_F(ServerTest, ANewChannelWorksAndOutlivesTheFirst) {
 }
 
 TEST_F(ServerTest, ThereIsAnEndToNewChannels) {
-  std::vector<Descriptor> channels;
+  std::vector<FileDescriptor> channels;
   ElevatorChannel::Answer answer;
   while ((answer = channel_.ask(Kind::newChannel, {}, 1)).status == 0) {
     channels.push_back(std::move(answer.descriptors[0]));

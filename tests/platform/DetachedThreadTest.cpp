@@ -1,13 +1,13 @@
 #include "platform/DetachedThread.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <future>
 #include <thread>
 
 #include "platform/Exception.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/ThreadLimit.h"
 
 namespace {
 
@@ -22,8 +22,8 @@ TEST(DetachedThreadTest, RaisesThePlatformsExceptionWhenNoThreadCanBeMade) {
   test::Sandbox sandbox;
   sandbox.simulateMachine();
   sandbox.becomeUser(test::Sandbox::kOtherUser);
-  const rlimit noThreads{1, 1};
-  ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &noThreads), 0);
+  const test::ThreadLimit noThreads;
+  ASSERT_TRUE(noThreads.isSet());
   EXPECT_THROW(platform::detachThread([] {}), platform::Exception);
 }
 

@@ -1,9 +1,0 @@
-#pragma once
-
-#include "platform/linux/FileDescriptor.h"
-
-namespace platform {
-
-using Descriptor = FileDescriptor;
-
-}  // namespace platform
