@@ -15,7 +15,7 @@ namespace elevator {
 // static
 std::size_t Jobs::bytesOf(const Job& job) {
   std::size_t bytes = 0;
-  for (const std::string& word : job.words) bytes += word.size() + sizeof word;
+  for (const std::string& word : job.words) bytes += word.size() + sizeof(std::string);
   return bytes;
 }
 

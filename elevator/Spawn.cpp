@@ -68,6 +68,7 @@ class Actions {
 int spawn(const Tool& tool, const std::vector<std::string>& words, const FileDescriptor& output,
           FileDescriptor& process) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   // The file's own descriptor closes when the program starts, which is too early for the

@@ -32,7 +32,7 @@ std::string variableOr(const char* name, const std::string& value) {
 
 // The first entry of that name in the folders of the XDG Base Directory Specification.
 std::optional<std::string> entryOf(const std::string& identifier) {
-  const std::string home = std::getenv("HOME");
+  const std::string home = variableOr("HOME", "");
   std::istringstream folders(variableOr("XDG_DATA_HOME", home + "/.local/share") + ":" +
                              variableOr("XDG_DATA_DIRS", "/usr/local/share:/usr/share"));
   for (std::string folder; std::getline(folders, folder, ':');) {

@@ -53,7 +53,7 @@ std::optional<std::vector<std::string>> list(const std::string& path);
 struct Identity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
-  auto operator<=>(const Identity&) const = default;
+  auto operator<=>(const Identity&) const = default;  // NOLINT(modernize-use-nullptr): it has none
 };
 
 // The identity of the item, of a link's target; none when there is no such item.

@@ -70,7 +70,7 @@ ElevatorSession::ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevators
     : channel_(std::move(ownEnd)), elevatorsEnd_(std::move(elevatorsEnd)) {}
 
 ElevatorSession::~ElevatorSession() {
-  end();
+  ElevatorSession::end();
 }
 
 bool ElevatorSession::isAlive(std::chrono::milliseconds limit) {

@@ -33,8 +33,9 @@ std::string stringOf(plist_t node) {
 PropertyList::Bytes bytesOf(plist_t node) {
   std::uint64_t length = 0;
   const char* data = plist_get_data_ptr(node, &length);
-  PropertyList::Bytes bytes(data != nullptr ? length : 0);
-  if (!bytes.empty()) std::memcpy(bytes.data(), data, bytes.size());
+  if (data == nullptr || length == 0) return {};
+  PropertyList::Bytes bytes(length);
+  std::memcpy(bytes.data(), data, length);
   return bytes;
 }
 

@@ -24,9 +24,10 @@ bool isSet(const char* variable) {
 
 bool hasSessionBus() {
   if (isSet("DBUS_SESSION_BUS_ADDRESS")) return true;
-  if (!isSet("XDG_RUNTIME_DIR")) return false;
+  const char* runtimeFolder = std::getenv("XDG_RUNTIME_DIR");
   std::error_code ignored;
-  return std::filesystem::is_socket(std::string(std::getenv("XDG_RUNTIME_DIR")) + "/bus", ignored);
+  return runtimeFolder != nullptr && *runtimeFolder == '/' &&
+         std::filesystem::is_socket(std::filesystem::path(runtimeFolder) / "bus", ignored);
 }
 
 // An environment variable for the toolkit's eyes only, unless the person has set it to something:
