@@ -4,7 +4,6 @@
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
 #include "platform/Text.h"
-#include "platform/Wildcard.h"
 
 namespace {
 
@@ -22,12 +21,20 @@ bool isThere(const file_system::Entry& entry, const std::string& full) {
   return entry.kind != file_system::Kind::symbolicLink || file_system::exists(full);
 }
 
+// What stands before each name of the folder.
+std::string prefixOfItemsIn(const std::string& folder) {
+  std::string prefix = path::appending(folder, "x");
+  prefix.pop_back();
+  return prefix;
+}
+
 void addEntriesLike(const std::string& folder, const std::string& pattern, Paths& matches) {
-  const auto entries = file_system::entries(folder);
+  const auto entries = file_system::entries(folder, pattern);
   if (!entries) return;
+  const std::string prefix = prefixOfItemsIn(folder);
+  matches.reserve(matches.size() + entries->size());
   for (const file_system::Entry& entry : *entries) {
-    if (!platform::isLike(entry.name, pattern)) continue;
-    std::string full = path::appending(folder, entry.name);
+    std::string full = prefix + entry.name;
     if (isThere(entry, full)) matches.push_back(std::move(full));
   }
 }

@@ -71,8 +71,10 @@ struct Entry {
   Kind kind = Kind::other;
 };
 
-// The same listing with what each entry is.
+// The same listing with what each entry is; of the names that are like `pattern`
+// (platform/Wildcard.h) when one is given.
 std::optional<std::vector<Entry>> entries(const std::string& path);
+std::optional<std::vector<Entry>> entries(const std::string& path, std::string_view pattern);
 
 // Makes a directory and the missing ones above it, with default permissions. One that is already
 // there is a success. What the superuser makes inside the console user's home belongs to the owner

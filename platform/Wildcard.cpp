@@ -1,5 +1,6 @@
 #include "platform/Wildcard.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace platform {
@@ -12,14 +13,26 @@ std::size_t lengthByLeadByte(unsigned char lead) noexcept {
   return 1;
 }
 
+bool isContinuation(char byte) noexcept {
+  return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
 // The bytes of the first character of a text that is not empty.
 std::size_t characterLength(std::string_view text) noexcept {
   const std::size_t length = lengthByLeadByte(static_cast<unsigned char>(text.front()));
   if (length > text.size()) return 1;
   for (const char byte : text.substr(1, length - 1)) {
-    if ((static_cast<unsigned char>(byte) & 0xC0U) != 0x80U) return 1;
+    if (!isContinuation(byte)) return 1;
   }
   return length;
+}
+
+// How far to go at least until a text can go on as `pattern`, which follows a star.
+std::size_t distanceToFirst(std::string_view pattern, std::string_view text) noexcept {
+  // What continues a character may also be found inside of one, where no star ends.
+  const bool canBeSearched = !pattern.empty() && pattern.front() != '*' && pattern.front() != '?' &&
+                             !isContinuation(pattern.front());
+  return canBeSearched ? std::min(text.find(pattern.front()), text.size()) : 0;
 }
 
 }  // namespace
@@ -32,6 +45,8 @@ bool isLike(std::string_view text, std::string_view pattern) noexcept {
   while (!text.empty() || !pattern.empty()) {
     if (!pattern.empty() && pattern.front() == '*') {
       pattern.remove_prefix(1);
+      if (pattern.empty()) return true;
+      text.remove_prefix(distanceToFirst(pattern, text));
       retryText = text;
       retryPattern = pattern;
       mayRetry = true;
@@ -41,6 +56,7 @@ bool isLike(std::string_view text, std::string_view pattern) noexcept {
       pattern.remove_prefix(1);
     } else if (mayRetry && !retryText.empty()) {
       retryText.remove_prefix(characterLength(retryText));
+      retryText.remove_prefix(distanceToFirst(retryPattern, retryText));
       text = retryText;
       pattern = retryPattern;
     } else {

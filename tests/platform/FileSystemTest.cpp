@@ -100,6 +100,18 @@ TEST_F(FileSystemTest, EntriesSayWhatEachNameIs) {
   EXPECT_EQ(entries->at(2).kind, fs::Kind::symbolicLink);
 }
 
+TEST_F(FileSystemTest, OnlyTheEntriesThatAreLikeAPatternAreListedInOrder) {
+  for (const char* name : {"b.log", ".a.log", "a.txt", "a.log"}) {
+    sandbox_.makeFile(std::string("folder/") + name);
+  }
+  const auto entries = fs::entries(sandbox_.path("folder"), "*.log");
+  ASSERT_TRUE(entries);
+  std::vector<std::string> names;
+  for (const fs::Entry& entry : *entries) names.push_back(entry.name);
+  EXPECT_THAT(names, ElementsAre(".a.log", "a.log", "b.log"));
+  EXPECT_FALSE(fs::entries(sandbox_.path("missing"), "*"));
+}
+
 TEST_F(FileSystemTest, OnlyADirectoryCanBeListed) {
   EXPECT_FALSE(fs::list(sandbox_.makeFile("file")));
   EXPECT_FALSE(fs::list(sandbox_.path("missing")));

@@ -37,6 +37,14 @@ TEST(WildcardTest, AQuestionMarkStandsForExactlyOneCharacter) {
   EXPECT_FALSE(isLike("\xC3\xA9", "??"));
 }
 
+TEST(WildcardTest, AStarEndsBetweenCharactersOnly) {
+  EXPECT_TRUE(isLike("x\xC3\xA9z", "*\xC3\xA9*"));
+  EXPECT_FALSE(isLike("x\xC3\xA9", "*\xA9")) << "the second byte of a character";
+  EXPECT_TRUE(isLike("x\xA9", "*\xA9")) << "a byte that is a character by itself";
+  EXPECT_TRUE(isLike("a1b1.txt", "*1.txt")) << "the first place that begins alike is not the one";
+  EXPECT_FALSE(isLike("a1b1.txt", "*1.tx?t"));
+}
+
 TEST(WildcardTest, EveryOtherCharacterStandsForItself) {
   EXPECT_TRUE(isLike("[ab]", "[ab]"));
   EXPECT_FALSE(isLike("a", "[ab]"));
