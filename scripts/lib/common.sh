@@ -52,3 +52,27 @@ build() {
   rm -f "build-$preset.log"
   cmake --build "build/$preset" ${1:+--target "$@"}
 }
+
+# The superuser's home is another one in the tests' simulated machines.
+reachable_by_everybody() {
+  case "$1" in /root | /root/*) return 1 ;; esac
+  local folder=$1
+  while [ "$folder" != / ]; do
+    [ $((0$(stat -c %a "$folder") & 1)) -eq 1 ] || return 1
+    folder=$(dirname "$folder")
+  done
+}
+
+# work_where_everybody_may: goes on in a copy of this checkout when it is in somebody's private
+# folder. Only what has changed is copied and built again.
+work_where_everybody_may() {
+  ! reachable_by_everybody "$PWD" || return 0
+  local copy
+  copy=/var/tmp/quorvale-update-helper-$(id -u)
+  mkdir -p -m 755 "$copy"
+  { [ -O "$copy" ] && [ ! -L "$copy" ]; } || fail "$copy belongs to somebody else."
+  say "Other users cannot enter $PWD, and the tests run as other users too:"
+  say "working on a copy in $copy."
+  rsync -a --delete --exclude=/build --exclude=/.git "$PWD/" "$copy/"
+  cd "$copy"
+}

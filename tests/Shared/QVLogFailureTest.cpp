@@ -207,6 +207,7 @@ TEST_F(QVLogFailureTest, AClosedStandardOutputIsNoFailure) {
   const int saved = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 100);
   ::close(STDOUT_FILENO);
   QVLog::appendLog("no log yet");
+  QVLog::finishWriting();
   QVLog::createNewLog();
   QVLog::appendLogAndPrint("logged all the same");
   QVLog::finishWriting();
