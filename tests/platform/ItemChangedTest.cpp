@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <string>
 
+#include "platform/FileSystem.h"
+#include "tests/support/ChildProgram.h"
 #include "tests/support/Sandbox.h"
 
 namespace {
@@ -64,6 +66,17 @@ TEST_F(ItemChangedTest, AWatcherOfTheFolderSeesAnAttributeEventAndTheItemStaysAs
   EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
   EXPECT_EQ(after.st_atim.tv_nsec, before.st_atim.tv_nsec);
   EXPECT_EQ(after.st_mode, before.st_mode);
+}
+
+TEST_F(ItemChangedTest, ASecondProcessSeesTheChange) {
+  const std::string file = sandbox_.makeFile("folder/file", "x");
+  test::ChildProgram watcher({QV_TEST_PROGRAMS "/ChangeWatcher", sandbox_.path("folder")});
+  ASSERT_TRUE(watcher.waitForLine("ready"));
+  EXPECT_TRUE(notifyItemChanged(FileReference::to(file)).ok());
+  EXPECT_TRUE(watcher.waitForLine("attributes of file"));
+  EXPECT_TRUE(platform::file_system::remove(file).ok());
+  EXPECT_TRUE(watcher.waitForLine("gone file"));
+  EXPECT_EQ(watcher.lines().size(), 3U) << "one event for each, and no other";
 }
 
 TEST_F(ItemChangedTest, ALinkIsMeantItself) {
