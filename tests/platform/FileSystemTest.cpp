@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -159,6 +160,27 @@ TEST_F(FileSystemTest, AFullDiskLeavesTheOldFileAsItWas) {
   EXPECT_EQ(fs::writeAtomically(file, std::string(1 << 20, 'x')).code(), ENOSPC);
   EXPECT_EQ(readFile(file), "old");
   EXPECT_THAT(fs::list(disk), Optional(ElementsAre("file")));
+}
+
+TEST_F(FileSystemTest, OnAFullDiskNoDirectoryIsMadeAndWhatIsThereCanBeChangedAndRemoved) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const std::string disk = sandbox_.mountTmpfs("disk", 64 * 1024);
+  const std::string file = disk + "/folder/file";
+  ASSERT_TRUE(fs::createDirectory(disk + "/folder").ok());
+  ASSERT_TRUE(fs::writeAtomically(file, "x").ok());
+  ASSERT_EQ(::mount(nullptr, disk.c_str(), nullptr, MS_REMOUNT, "nr_inodes=16"), 0);
+  int directories = 0;
+  auto made = fs::createDirectory(disk + "/0");
+  while (made.ok() && directories < 16) {
+    made = fs::createDirectory(disk + "/" + std::to_string(++directories));
+  }
+  EXPECT_EQ(made.code(), ENOSPC) << made.description();
+  EXPECT_FALSE(fs::exists(disk + "/" + std::to_string(directories)));
+  EXPECT_TRUE(fs::setPermissions(file, 0600).ok());
+  EXPECT_EQ(fs::attributes(file)->permissions, 0600U);
+  EXPECT_TRUE(fs::remove(disk + "/folder").ok());
+  EXPECT_TRUE(fs::createDirectory(disk + "/again").ok()) << "there is room again";
 }
 
 TEST_F(FileSystemTest, ReadingAnswersTheWholeFileUpToTheLimit) {
