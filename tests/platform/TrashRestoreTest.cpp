@@ -42,6 +42,8 @@ class TrashRestoreTest : public testing::Test {
     sandbox_.makeFile(
         services + "/org.gtk.vfs.Daemon.service",
         std::string("[D-BUS Service]\nName=org.gtk.vfs.Daemon\nExec=") + kDaemon + "\n");
+    // The daemon would die of the signal before it has answered somebody.
+    isListed("");
     bus_->daemon().signal(SIGHUP);
   }
 
