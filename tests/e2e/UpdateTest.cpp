@@ -40,6 +40,21 @@ class UpdateTest : public testing::Test {
     return arguments;
   }
 
+  // The whole log of a run whose paths are valid: what each has in common, then `rest`.
+  std::vector<std::string> validRun(const std::string& silent,
+                                    const std::vector<std::string>& rest) {
+    std::vector<std::string> lines = {"Beginning installation...",
+                                      "Source path: " + machine().source(),
+                                      "Destination path: " + machine().destination(),
+                                      "Mount path: " + machine().mountPoint(),
+                                      "Silent: " + silent,
+                                      "Path is valid.",
+                                      "Waiting for software updater to close naturally...",
+                                      "Killing software updater instances..."};
+    lines.insert(lines.end(), rest.begin(), rest.end());
+    return lines;
+  }
+
   std::vector<std::string> messages() {
     return UpdateMachine::withoutHeader(UpdateMachine::messagesOf(UpdateMachine::logPath()));
   }
@@ -81,13 +96,7 @@ TEST_F(UpdateTest, WrongArgumentsInASilentRunShowNoAlertAndPauseOneSecond) {
 TEST_F(UpdateTest, AMissingSourceInASilentRunIsLoggedOnceAndNothingIsTouched) {
   machine().makeBundle(machine().destination(), "1.0");
   EXPECT_EQ(machine().run(pathArguments("YES")), 0);
-  EXPECT_THAT(messages(),
-              ElementsAre("Beginning installation...", "Source path: " + machine().source(),
-                          "Destination path: " + machine().destination(),
-                          "Mount path: " + machine().mountPoint(), "Silent: 1", "Path is valid.",
-                          "Waiting for software updater to close naturally...",
-                          "Killing software updater instances...", "Source file does not exist",
-                          "Terminating self..."));
+  EXPECT_EQ(messages(), validRun("1", {"Source file does not exist", "Terminating self..."}));
   EXPECT_EQ(UpdateMachine::versionOf(machine().destination()), "1.0");
 }
 
@@ -106,13 +115,7 @@ TEST_F(UpdateTest, AMissingSourceIsShownInAnAlertThatThePersonDismisses) {
     return !test::isRunning(machine().pid());
   }));
   EXPECT_EQ(machine().waitForEnd(), 0);
-  EXPECT_THAT(messages(),
-              ElementsAre("Beginning installation...", "Source path: " + machine().source(),
-                          "Destination path: " + machine().destination(),
-                          "Mount path: " + machine().mountPoint(), "Silent: 0", "Path is valid.",
-                          "Waiting for software updater to close naturally...",
-                          "Killing software updater instances...", "Source file does not exist",
-                          "Terminating self..."));
+  EXPECT_EQ(messages(), validRun("0", {"Source file does not exist", "Terminating self..."}));
 }
 
 TEST_F(UpdateTest, ASilentUpdateReplacesTheBundleKillsTheUpdaterAndDetachesTheImage) {
@@ -122,14 +125,9 @@ TEST_F(UpdateTest, ASilentUpdateReplacesTheBundleKillsTheUpdaterAndDetachesTheIm
   const int otherUpdater = machine().startUpdater("Quorvale Software Updater");
   EXPECT_EQ(machine().run(pathArguments("YES")), 0);
 
-  EXPECT_THAT(messages(),
-              ElementsAre("Beginning installation...", "Source path: " + machine().source(),
-                          "Destination path: " + machine().destination(),
-                          "Mount path: " + machine().mountPoint(), "Silent: 1", "Path is valid.",
-                          "Waiting for software updater to close naturally...",
-                          "Killing software updater instances...", "Trashing old application...",
-                          "Preparing to copy files...", "File copy successful.", "Cleaning up...",
-                          "Terminating self..."));
+  EXPECT_EQ(messages(),
+            validRun("1", {"Trashing old application...", "Preparing to copy files...",
+                           "File copy successful.", "Cleaning up...", "Terminating self..."}));
   EXPECT_EQ(UpdateMachine::versionOf(machine().destination()), "2.0");
   EXPECT_EQ(UpdateMachine::versionOf(machine().trashedBundle()), "1.0");
   EXPECT_FALSE(test::isRunning(updater));
@@ -143,14 +141,9 @@ TEST_F(UpdateTest, AnUpdateThatIsNotSilentReopensTheApplicationAsThePersonAtTheC
   machine().attachDiskImage();
   EXPECT_EQ(machine().run(pathArguments("NO")), 0);
 
-  EXPECT_THAT(messages(),
-              ElementsAre("Beginning installation...", "Source path: " + machine().source(),
-                          "Destination path: " + machine().destination(),
-                          "Mount path: " + machine().mountPoint(), "Silent: 0", "Path is valid.",
-                          "Waiting for software updater to close naturally...",
-                          "Killing software updater instances...", "Trashing old application...",
-                          "Preparing to copy files...", "File copy successful.", "Launching app...",
-                          "Cleaning up...", "Terminating self..."));
+  EXPECT_EQ(messages(), validRun("0", {"Trashing old application...", "Preparing to copy files...",
+                                       "File copy successful.", "Launching app...",
+                                       "Cleaning up...", "Terminating self..."}));
   ASSERT_TRUE(test::waitFor([&] { return std::filesystem::exists(machine().launchRecord()); }));
   const std::string id = std::to_string(Sandbox::kConsoleUserId);
   EXPECT_THAT(test::readFile(machine().launchRecord()),
