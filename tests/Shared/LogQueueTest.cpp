@@ -2,16 +2,18 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <atomic>
 #include <future>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/support/Sandbox.h"
+#include "tests/support/ThreadLimit.h"
 #include "tests/support/WaitFor.h"
 
 namespace {
@@ -193,18 +195,16 @@ TEST(LogQueueTest, WithoutAThreadNobodyWaitsAndTheNextTextAsksAgain) {
   test::Sandbox sandbox;
   sandbox.simulateMachine();
   sandbox.becomeUser(test::Sandbox::kOtherUser);
-  rlimit allowed{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NPROC, &allowed), 0);
-  const rlimit none{0, allowed.rlim_max};
   Recorder recorder;
   LogQueue queue(recorder.worker());
 
-  ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &none), 0);
+  std::optional<test::ThreadLimit> noThreads(std::in_place);
+  ASSERT_TRUE(noThreads->isSet());
   queue.addOperation("1", 1);
   queue.waitUntilAllOperationsAreFinished();
   EXPECT_EQ(queue.operationCount(), 1U);
 
-  ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &allowed), 0);
+  noThreads.reset();
   queue.addOperation("2", 1);
   queue.waitUntilAllOperationsAreFinished();
   EXPECT_THAT(recorder.texts(), ElementsAre("1", "2"));
