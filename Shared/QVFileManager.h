@@ -8,12 +8,14 @@
 
 #include "platform/FileReference.h"
 
-// The file layer: questions about items, names, locks, permissions, sizes and waits. A class
-// without instances and state; any thread may call anything. Paths are absolute, in the bytes that
-// the file system has. Nothing raises: a question about a missing or unreadable item is answered
-// with no, nothing or zero. Folders are listed in the order of their names' bytes.
+// The file layer: questions about items, changes of them, names, locks, permissions, sizes and
+// waits. A class without instances and state; any thread may call anything. Paths are absolute, in
+// the bytes that the file system has. Nothing raises: a question about a missing or unreadable item
+// is answered with no, nothing or zero. Folders are listed in the order of their names' bytes.
 class QVFileManager {
  public:
+  using Path = std::optional<std::string>;
+
   QVFileManager() = delete;
 
   // Questions.
@@ -42,6 +44,28 @@ class QVFileManager {
   // Tells file managers to look at the item again; a failure is not reported. See
   // SendFinderSyncEvent.
   static void notifyFileSystemChanged(const std::string& path);
+
+  // Changes.
+  //
+  // Each has three forms. The one with `shouldAuth` does the work; what fails is then tried once
+  // more with administrator rights if `shouldAuth` is set (QVAuthorization, which is for one thread
+  // at a time), and a yes means only that the tool for it was started. The plain form is that with
+  // `shouldAuth` set. The form with a time-out is the plain form and then waits, without
+  // cancelling anything, until the disk shows the result: that is its answer, see ExistenceWait.h.
+  // All block for the disk and while the person is asked; none, an empty or relative path, and one
+  // that ends in "." or ".." are refused. Failures are logged.
+
+  // Makes a folder and the missing ones above it; one that is there already is a success. On a
+  // drive that is not mounted (isDriveMountedForPath) nothing is made, which the platform's console
+  // is told.
+  static bool createDirectory(const Path& path);
+  static bool createDirectory(const Path& path, bool shouldAuth);
+  static bool createDirectory(const Path& path, std::chrono::seconds timeout);
+  // Makes, below `destination`, the whole path of the folder `path`, or of the folder in which that
+  // is if it is anything else, a package included or nothing. Answers the path made: "/dest/a/b"
+  // for the folder "/a/b", also when it could not be made; "" for an empty destination.
+  static std::string createDirectoryStructure(const std::string& path,
+                                              const std::string& destination);
 
   // Names.
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/support/ChildProgram.h"
+#include "tests/support/ConsoleOf.h"
 #include "tests/support/Polkit.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/Sandbox.h"
@@ -23,6 +24,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using test::consoleOf;
 using test::passesAs;
 using test::Polkit;
 using test::readFile;
@@ -48,13 +50,6 @@ std::vector<std::string> namesIn(const std::string& folder) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename());
   return names;
-}
-
-// What `body` writes to the console.
-std::string consoleOf(const std::function<void()>& body) {
-  testing::internal::CaptureStderr();
-  body();
-  return testing::internal::GetCapturedStderr();
 }
 
 class QVAuthorizationTest : public testing::Test {

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Shared/QVAuthorization.h"
+#include "Shared/QVLocalPaths.h"
+#include "tests/support/LogFixture.h"
+#include "tests/support/Polkit.h"
+
+namespace test {
+
+// What tests of changes to files share: a machine with a person at the console, who can get an
+// administrator's rights or not, and what was logged meanwhile. Needs root.
+class FileChangesFixture : public LogFixture {
+ protected:
+  static constexpr char kUser[] = "anna";
+  static constexpr char kNoAdministrator[] = "Unable to authorize\n";
+
+  // What comes of asking for an administrator's rights.
+  enum class Rights {
+    granted,
+    refused,    // the password was wrong, and there is nobody to answer a dialog
+    impossible  // there is no dialog and no authority
+  };
+
+  void SetUp() override {
+    if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+    sandbox_.simulateMachine();
+    sandbox_.setConsoleUser(kUser);
+    // Where only the superuser can change anything.
+    protected_ = sandbox_.makeDirectory("protected");
+  }
+
+  // Runs `body` as the person at the console, in a process and with a log of its own.
+  void asUser(Rights rights, const std::function<void()>& body) {
+    std::optional<Polkit> polkit;
+    if (rights != Rights::impossible) polkit.emplace(sandbox_);
+    EXPECT_TRUE(passesAs(sandbox_, kUser, [&] {
+      ask(rights);
+      startLog();
+      body();
+    }));
+  }
+  // The same in this process, as the superuser.
+  void asSuperuser(const std::function<void()>& body) {
+    startLog();
+    body();
+  }
+
+  // What was logged since the body began.
+  std::vector<std::string> logged() const {
+    QVLog::finishWriting();
+    std::vector<std::string> all = messagesIn(readFile(logFile()));
+    return {all.begin() + static_cast<std::ptrdiff_t>(linesAtStart_), all.end()};
+  }
+
+  std::string trash() const { return sandbox_.homeOf(kUser) + "/.Trash"; }
+  // In the person's home, the person's own.
+  std::string inHome(const std::string& name) const { return sandbox_.homeOf(kUser) + "/" + name; }
+
+  std::string protected_;
+
+ private:
+  static void ask(Rights rights) {
+    QVAuthorization& session = QVAuthorization::sharedController(rights == Rights::refused);
+    if (rights == Rights::impossible) return;
+    const bool granted = rights == Rights::granted;
+    EXPECT_EQ(session.authStartWithUser(Polkit::kAdministrator, granted ? Polkit::kPassword : "no"),
+              granted);
+  }
+
+  void startLog() {
+    std::filesystem::create_directories(folderIn(library()));
+    QVLog::createNewLog("test");
+    linesAtStart_ = logged().size();
+  }
+  static std::string library() {
+    return QVLocalPaths::libraryDirectory(::getuid() != 0).value_or("");
+  }
+  static std::string logFile() { return fileIn(folderIn(library()), 1); }
+
+  std::size_t linesAtStart_ = 0;
+};
+
+}  // namespace test
