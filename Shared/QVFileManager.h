@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/Colour.h"
 #include "platform/FileReference.h"
 
 // The file layer: questions about items, changes of them, names, locks, permissions, sizes and
@@ -41,6 +42,8 @@ class QVFileManager {
 
   // A reference to the item; one that refers to nothing when there is none.
   static platform::FileReference stringToFSRef(const std::string& path);
+  // The path that a reference leads to; "" when it refers to nothing.
+  static std::string stringWithFSRef(const platform::FileReference& reference);
   // Tells file managers to look at the item again; a failure is not reported. See
   // SendFinderSyncEvent.
   static void notifyFileSystemChanged(const std::string& path);
@@ -134,6 +137,26 @@ class QVFileManager {
   static void waitForFileWrites(const std::string& path);
   static void waitForFileWrites(const std::string& path,
                                 const std::optional<std::string>& lockName);
+
+  // Colour labels, as file browsers show them. They are kept with the item itself; a symbolic link
+  // and what is neither file nor folder have none.
+
+  // The item's whole flags word, 0 to 65535, of which bits 1 to 3 are the label; 0 when it cannot
+  // be read.
+  static int finderColorIndexForPath(const std::string& path);
+  // Puts bits 1 to 3 of `index` into the item's flags word and keeps everything else. A failure is
+  // not reported; no path does nothing.
+  static void setFinderColorIndex(int index, const std::optional<std::string>& path);
+  // The colour of an index: 2 and 3 grey, 4 and 5 green, 6 and 7 purple, 8 and 9 blue, 10 and 11
+  // yellow, 12 and 13 red, 14 and 15 orange. None for any other, so for a flags word that has
+  // something above bit 3 as well.
+  static std::optional<platform::Colour> finderColorForColorIndex(int index);
+  static std::optional<platform::Colour> finderColorForPath(const std::string& path);
+
+  // A size in bytes for a person: "1023 B", and from 1024 of one unit on the next: "1.00 KB",
+  // "1.00 MB", "1.00 GB", always with a decimal point. What is no number is shown in GB, and
+  // anything negative in B.
+  static std::string formatFileSize(double size);
 
   // Makes an application bundle known to the desktop; whether that succeeded.
   static bool registerApplicationWithLaunchServices(const std::string& path);

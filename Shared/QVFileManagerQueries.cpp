@@ -71,6 +71,11 @@ platform::FileReference QVFileManager::stringToFSRef(const std::string& path) {
 }
 
 // static
+std::string QVFileManager::stringWithFSRef(const platform::FileReference& reference) {
+  return reference.path();
+}
+
+// static
 void QVFileManager::notifyFileSystemChanged(const std::string& path) {
   SendFinderSyncEvent(stringToFSRef(path));
 }

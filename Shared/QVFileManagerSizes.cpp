@@ -2,6 +2,7 @@
 
 #include "Shared/QVFileManager.h"
 #include "platform/FileSystem.h"
+#include "platform/Format.h"
 #include "platform/Path.h"
 
 namespace {
@@ -41,4 +42,15 @@ std::int64_t QVFileManager::fileSize(const std::string& path) {
 bool QVFileManager::isFolderEmpty(const std::string& folder) {
   Ancestors ancestors;
   return holdsNothing(folder, ancestors);
+}
+
+// static
+std::string QVFileManager::formatFileSize(double size) {
+  constexpr double kStep = 1024;
+  using platform::formatted;
+  if (size < kStep) return formatted("%0.0f B", size);
+  if (size < kStep * kStep) return formatted("%0.2f KB", size / kStep);
+  if (size < kStep * kStep * kStep) return formatted("%0.2f MB", size / kStep / kStep);
+  // A value that is not a number passes every comparison by.
+  return formatted("%0.2f GB", size / kStep / kStep / kStep);
 }

@@ -102,6 +102,15 @@ TEST_F(QVFileManagerQueriesTest, AReferenceMeansAnItemThatIsThere) {
   EXPECT_FALSE(QVFileManager::stringToFSRef(sandbox_.path("missing")).refersToItem());
 }
 
+TEST_F(QVFileManagerQueriesTest, AReferenceLeadsBackToItsPath) {
+  const std::string file = sandbox_.makeFile("\xC3\xA4 file");
+  create_symlink("nowhere", sandbox_.path("link"));
+  for (const std::string& path : {file, sandbox_.path("link"), sandbox_.root()}) {
+    EXPECT_EQ(QVFileManager::stringWithFSRef(QVFileManager::stringToFSRef(path)), path);
+  }
+  EXPECT_EQ(QVFileManager::stringWithFSRef(platform::FileReference()), "");
+}
+
 TEST_F(QVFileManagerQueriesTest, AChangeIsToldByTheItemsAttributes) {
   const std::string file = sandbox_.makeFile("file");
   struct stat before {};

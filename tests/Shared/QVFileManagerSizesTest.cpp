@@ -2,7 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <clocale>
+#include <cmath>
 #include <filesystem>
+#include <limits>
 
 #include "Shared/QVFileManager.h"
 #include "tests/support/Sandbox.h"
@@ -12,6 +15,10 @@ namespace {
 using std::filesystem::create_directory_symlink;
 using std::filesystem::create_symlink;
 using test::Sandbox;
+
+std::string formatted(double size) {
+  return QVFileManager::formatFileSize(size);
+}
 
 class QVFileManagerSizesTest : public testing::Test {
  protected:
@@ -125,6 +132,42 @@ TEST_F(QVFileManagerSizesTest, LinksCountByWhatTheyLeadTo) {
   sandbox_.makeDirectory("loop");
   create_directory_symlink("../loop", sandbox_.path("loop/link"));
   EXPECT_FALSE(empty("loop"));
+}
+
+TEST(QVFileManagerFormatSizeTest, EachUnitBeginsAt1024OfTheLast) {
+  EXPECT_EQ(formatted(0), "0 B");
+  EXPECT_EQ(formatted(1023), "1023 B");
+  EXPECT_EQ(formatted(1024), "1.00 KB");
+  EXPECT_EQ(formatted(1536), "1.50 KB");
+  EXPECT_EQ(formatted(1048576), "1.00 MB");
+  EXPECT_EQ(formatted(1073741824), "1.00 GB");
+  EXPECT_EQ(formatted(1099511627776.0 * 5), "5120.00 GB");
+}
+
+// What is just too little for the next unit is still rounded to its beginning.
+TEST(QVFileManagerFormatSizeTest, TheUnitIsChosenBeforeTheNumberIsRounded) {
+  EXPECT_EQ(formatted(1023.9), "1024 B");
+  EXPECT_EQ(formatted(1048575), "1024.00 KB");
+  EXPECT_EQ(formatted(1073741823), "1024.00 MB");
+}
+
+TEST(QVFileManagerFormatSizeTest, NegativeSizesAreInBytes) {
+  EXPECT_EQ(formatted(-1), "-1 B");
+  EXPECT_EQ(formatted(-5e9), "-5000000000 B");
+}
+
+TEST(QVFileManagerFormatSizeTest, WhatIsNoNumberIsInGigabytes) {
+  EXPECT_EQ(formatted(std::nan("")), "nan GB");
+  EXPECT_EQ(formatted(std::numeric_limits<double>::infinity()), "inf GB");
+}
+
+TEST(QVFileManagerFormatSizeTest, TheDecimalPointIsOneInEveryLocale) {
+  const Sandbox sandbox;
+  const std::string make = "localedef -c -i de_DE -f ISO-8859-1 " + sandbox.path("de_DE");
+  if (std::system(make.c_str()) != 0) GTEST_SKIP() << "no locale can be made here";
+  ::setenv("LOCPATH", sandbox.root().c_str(), 1);
+  ASSERT_NE(std::setlocale(LC_ALL, "de_DE"), nullptr);
+  EXPECT_EQ(formatted(1536), "1.50 KB");
 }
 
 }  // namespace
