@@ -147,8 +147,13 @@ TEST_F(UpdateTest, AnUpdateThatIsNotSilentReopensTheApplicationAsThePersonAtTheC
   ASSERT_TRUE(test::waitFor([&] { return std::filesystem::exists(machine().launchRecord()); }));
   const std::string id = std::to_string(Sandbox::kConsoleUserId);
   EXPECT_THAT(test::readFile(machine().launchRecord()),
-              testing::AllOf(HasSubstr("\neffective user " + id + "\n"),
-                             HasSubstr("\ngroup " + id + "\n"), HasSubstr("leads its session 1")));
+              testing::AllOf(
+                  HasSubstr("users " + id + " " + id + " " + id + "\n"),
+                  HasSubstr("\ngroups " + id + " " + id + " " + id + "\n"),
+                  HasSubstr("\nsession leader 1\n"),
+                  HasSubstr("\nfolder " + machine().sandbox().homeOf(Sandbox::kConsoleUser) + "\n"),
+                  HasSubstr("\ndescriptor 0 /dev/null\ndescriptor 1 /dev/null\n"
+                            "descriptor 2 /dev/null\nprogram ")));
   EXPECT_FALSE(machine().diskImageIsAttached());
 }
 

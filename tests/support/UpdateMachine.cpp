@@ -81,7 +81,7 @@ UpdateMachine::~UpdateMachine() {
 void UpdateMachine::makeBundle(const std::string& path, const std::string& version) const {
   fs::create_directories(fs::path(path).parent_path());
   runTool(QV_TEST_SOURCES "/../examples/sample/make-bundle",
-          {QV_TEST_PROGRAMS "/LaunchRecorder", version, path});
+          {QV_TEST_PROGRAMS "/OpenedApplication", version, path});
   const std::string owner = std::to_string(Sandbox::kConsoleUserId);
   runTool("/bin/chown", {"-R", owner + ":" + owner, path});
 }

@@ -36,7 +36,7 @@ class UpdateMachine {
   // "" when no bundle is there.
   static std::string versionOf(const std::string& bundle);
   std::string trashedBundle() const;
-  std::string launchRecord() const { return sandbox_.homeOf(Sandbox::kConsoleUser) + "/launched"; }
+  std::string launchRecord() const { return sandbox_.homeOf(Sandbox::kConsoleUser) + "/opened"; }
 
   // Starts a process with the name of one of the updater's; answers its id.
   int startUpdater(const std::string& name);
