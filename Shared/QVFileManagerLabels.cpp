@@ -12,13 +12,13 @@ constexpr unsigned kColourMask = 0x000E;
 
 // By the number in the mask's bits, from 1 on.
 constexpr std::array<Colour, 7> kColours = {{
-    {0, 0, 0.72, 1},            // grey
-    {0.2056, 0.5, 0.85, 1},     // green
-    {0.7917, 0.26, 0.86, 1},    // purple
-    {0.5789, 0.56, 0.98, 1},    // blue
-    {0.1388, 0.54, 0.95, 1},    // yellow
-    {0.0083, 0.54, 1, 1},       // red
-    {0.0888, 0.52, 0.98, 1},    // orange
+    {0, 0, 0.72, 1},          // grey
+    {0.2056, 0.5, 0.85, 1},   // green
+    {0.7917, 0.26, 0.86, 1},  // purple
+    {0.5789, 0.56, 0.98, 1},  // blue
+    {0.1388, 0.54, 0.95, 1},  // yellow
+    {0.0083, 0.54, 1, 1},     // red
+    {0.0888, 0.52, 0.98, 1},  // orange
 }};
 
 }  // namespace

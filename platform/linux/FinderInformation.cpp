@@ -15,8 +15,7 @@ namespace {
 // that is too long does not fit (ERANGE).
 std::optional<std::string> attributeOf(const FileReference& item) {
   std::string value(kAttributeSize, '\0');
-  const ssize_t size =
-      ::lgetxattr(item.path().c_str(), kAttribute, value.data(), kAttributeSize);
+  const ssize_t size = ::lgetxattr(item.path().c_str(), kAttribute, value.data(), kAttributeSize);
   if (size < 0 && errno != ENODATA) return std::nullopt;
   if (size >= 0) value.resize(static_cast<std::size_t>(size));
   return value;
@@ -34,8 +33,7 @@ Status setFlags(const FileReference& item, std::uint16_t flags) {
   if (!value) return statusFromErrno(errno, item.path());
   value = withFlags(std::move(*value), flags);
   if (!value) return statusFromErrno(EINVAL, item.path());
-  const int result =
-      ::lsetxattr(item.path().c_str(), kAttribute, value->data(), value->size(), 0);
+  const int result = ::lsetxattr(item.path().c_str(), kAttribute, value->data(), value->size(), 0);
   return result == 0 ? Status() : statusFromErrno(errno, item.path());
 }
 

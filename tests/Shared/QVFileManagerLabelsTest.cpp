@@ -152,8 +152,8 @@ TEST_F(QVFileManagerLabelsTest, AReadOnlyFileSystemKeepsItsLabels) {
   sandbox_.simulateMachine();
   const std::string folder = sandbox_.path("folder");
   ASSERT_EQ(::mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr), 0);
-  ASSERT_EQ(
-      ::mount(nullptr, folder.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  ASSERT_EQ(::mount(nullptr, folder.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr),
+            0);
   QVFileManager::setFinderColorIndex(10, file);
   EXPECT_EQ(index(file), 4);
 }

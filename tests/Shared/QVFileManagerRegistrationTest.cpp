@@ -67,9 +67,15 @@ TEST_F(QVFileManagerRegistrationTest, WhatTheSuperuserRegistersIsOfferedToThePer
 }
 
 TEST_F(QVFileManagerRegistrationTest, HostileNamesMakeEntriesThatTheDesktopAccepts) {
-  const std::vector<std::string> names = {
-      "[Desktop Entry]", "Two\nExec=/bin/sh\n[Desktop Action x]", "%f %U %%", "; \\s \\n \\",
-      "\"quoted\" 'name' `id` $HOME", "   ", "\xE2\x80\xAE" "desrever", std::string(5000, 'x')};
+  const std::vector<std::string> names = {"[Desktop Entry]",
+                                          "Two\nExec=/bin/sh\n[Desktop Action x]",
+                                          "%f %U %%",
+                                          "; \\s \\n \\",
+                                          "\"quoted\" 'name' `id` $HOME",
+                                          "   ",
+                                          "\xE2\x80\xAE"
+                                          "desrever",
+                                          std::string(5000, 'x')};
   std::vector<std::string> bundles;
   for (const std::string& name : names) {
     const std::string folder = std::to_string(bundles.size());
