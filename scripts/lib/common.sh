@@ -24,6 +24,7 @@ test_packages="libgtest-dev libgmock-dev dbus-daemon dbus-bin psmisc e2fsprogs m
   polkitd pkexec passwd locales squashfs-tools fonts-dejavu-core adwaita-icon-theme"
 demo_packages="psmisc e2fsprogs mount util-linux passwd xvfb openbox xdotool imagemagick rsync
   fonts-dejavu-core adwaita-icon-theme"
+package_packages="dpkg-dev file gzip libxml2-utils util-linux"
 lint_packages="clang clang-format clang-tidy"
 fuzz_packages="clang"
 benchmark_packages="libbenchmark-dev libspdlog-dev libxdamage-dev"
