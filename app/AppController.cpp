@@ -46,6 +46,7 @@ void AppController::showMainWindow() {
 void AppController::beginUpdate() {
   std::mutex callLock;
   callLock.lock();
+  platform::application::outlastSession();
   const UpdateArguments arguments = UpdateArguments::fromUserDefaults();
   logOnMainThread("Beginning installation...");
   try {

@@ -19,8 +19,9 @@ class AppController : public platform::ApplicationDelegate {
   void applicationDidFinishLaunching() override;
 
   // The worker: reads and checks the arguments, installs the update, reports a platform::Exception
-  // in the log and in an alert, and terminates the application. Blocks for several seconds and does
-  // not return; main thread excluded.
+  // in the log and in an alert, and terminates the application. From its beginning on nothing else
+  // that asks for the application's end is heard. Blocks for several seconds and does not return;
+  // main thread excluded.
   void beginUpdate();
 
   // Take the window off the screen; replace its status line. Main thread.

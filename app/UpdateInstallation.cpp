@@ -12,6 +12,7 @@
 #include "platform/Alert.h"
 #include "platform/Clock.h"
 #include "platform/FileSystem.h"
+#include "platform/KeepRunning.h"
 #include "platform/MainThread.h"
 #include "platform/Path.h"
 #include "platform/ProcessInfo.h"
@@ -50,12 +51,19 @@ UpdateInstallation::UpdateInstallation(AppController& controller, UpdateArgument
 void UpdateInstallation::run() {
   waitForUpdaterToClose();
   killUpdater();
-  if (!sourceExists()) return;
+  if (sourceExists() && !replaceBundle()) reportFailedCopy();
+}
+
+// A machine that slept or shut down in here would be left without the application, or with a part
+// of it. While an alert waits for somebody it may do either.
+bool UpdateInstallation::replaceBundle() const {
+  const platform::KeepRunning untilReplaced("An application is being updated.");
   if (platform::file_system::exists(destination_)) trashOldBundle();
-  if (!copyNewBundle()) return;
+  if (!copyNewBundle()) return false;
   makeNewBundleKnown();
   relaunch();
   detachDiskImage();
+  return true;
 }
 
 void UpdateInstallation::waitForUpdaterToClose() const {
@@ -103,14 +111,15 @@ bool UpdateInstallation::copyNewBundle() const {
 
 bool UpdateInstallation::copyNewBundleWithRights() const {
   takeSuperuserIdentity();
-  if (QVAuthorization::sharedController().authCopyFile(source_, destinationFolder_)) {
-    platform::clock::spin(kPrivilegedToolGrace);
-    return true;
-  }
+  if (!QVAuthorization::sharedController().authCopyFile(source_, destinationFolder_)) return false;
+  platform::clock::spin(kPrivilegedToolGrace);
+  return true;
+}
+
+void UpdateInstallation::reportFailedCopy() const {
   logOnMainThread("The installer was unable to copy the file to its destination");
   platform::alert::run(kFailureTitle,
                        "The installer was unable to copy the file to its destination.");
-  return false;
 }
 
 void UpdateInstallation::makeNewBundleKnown() const {

@@ -26,10 +26,12 @@ class UpdateInstallation {
   void waitForUpdaterToClose() const;
   void killUpdater() const;
   bool sourceExists() const;
+  bool replaceBundle() const;
   void trashOldBundle() const;
   void trashOldBundleWithRights() const;
   bool copyNewBundle() const;
   bool copyNewBundleWithRights() const;
+  void reportFailedCopy() const;
   void makeNewBundleKnown() const;
   void relaunch() const;
   void detachDiskImage() const;

@@ -17,10 +17,11 @@ class ApplicationDelegate {
 namespace application {
 
 // Owns the main thread until the application terminates: takes the arguments for the user defaults
-// (see UserDefaults.h), runs the main loop and tells the delegate. A broken standard output does
-// not kill the process (SIGPIPE is ignored from here on; child programs start with the default),
-// and the status of child programs is kept (SIGCHLD is at its default). Answers the process's exit
-// status, which is 0 for every ordinary end. Call once, from `main`.
+// (see UserDefaults.h), runs the main loop and tells the delegate. Neither a broken standard output
+// nor a limit on the size of files kills the process, the write fails (SIGPIPE and SIGXFSZ are
+// ignored from here on; child programs start with the defaults), and the status of child programs
+// is kept (SIGCHLD is at its default). Answers the process's exit status, which is 0 for every
+// ordinary end. Call once, from `main`.
 int run(int argc, const char* const* argv, ApplicationDelegate& delegate);
 
 // Ends the application, after the work that was sent to the main thread before: the main loop ends,
@@ -29,6 +30,11 @@ int run(int argc, const char* const* argv, ApplicationDelegate& delegate);
 // all this happens at once. Does not return, on whatever thread it is called; no other thread is
 // joined.
 [[noreturn]] void terminate();
+
+// For work that must not stop halfway: from here on a session that ends, a terminal that closes or
+// a request to end (SIGHUP, SIGINT, SIGTERM) does not end the process; `terminate` does. Child
+// programs start with the defaults. Any thread.
+void outlastSession();
 
 using ObserverId = unsigned;
 

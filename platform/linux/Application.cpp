@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <initializer_list>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -44,6 +45,10 @@ void finish() noexcept {
   }
 }
 
+void ignore(std::initializer_list<int> signals) {
+  for (const int number : signals) std::signal(number, SIG_IGN);
+}
+
 [[noreturn]] void exitNow() {
   finish();
   std::exit(EXIT_SUCCESS);
@@ -57,7 +62,7 @@ void endMainLoop() {
 
 int run(int argc, const char* const* argv, ApplicationDelegate& delegate) {
   user_defaults::setArguments(argc, argv);
-  std::signal(SIGPIPE, SIG_IGN);
+  ignore({SIGPIPE, SIGXFSZ});
   // Whoever started this process may have left it ignored, and a child's status is lost then.
   std::signal(SIGCHLD, SIG_DFL);
   main_loop::run([&delegate] { delegate.applicationDidFinishLaunching(); });
@@ -70,6 +75,11 @@ void terminate() {
   main_loop::add(endMainLoop);
   // The process exits under this thread. A signal handler that returns must not set it free.
   for (;;) ::pause();
+}
+
+// Not blocked: a thread that is there already would still receive them.
+void outlastSession() {
+  ignore({SIGHUP, SIGINT, SIGTERM});
 }
 
 ObserverId addTerminationObserver(std::function<void()> observer) {

@@ -14,13 +14,16 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Whatever the environment says: the superuser may have it from anybody.
+constexpr char kSystemAddress[] = "unix:path=/run/dbus/system_bus_socket";
+
 [[noreturn]] void raiseTimeout() {
-  throw Exception(exception_name::kPortTimeout, "the session bus did not answer in time");
+  throw Exception(exception_name::kPortTimeout, "the bus did not answer in time");
 }
 
 [[noreturn]] void raiseBroken(int error) {
   throw Exception(exception_name::kInvalidSendPort,
-                  "the connection to the session bus broke: " + errorText(-error));
+                  "the connection to the bus broke: " + errorText(-error));
 }
 
 std::string variable(const char* name) {
@@ -52,7 +55,7 @@ std::string escapedForAddress(const std::string& path) {
   return result;
 }
 
-std::string busAddress() {
+std::string sessionAddress() {
   const std::string address = variable("DBUS_SESSION_BUS_ADDRESS");
   if (!address.empty()) return socketsOf(address);
   const std::string folder = variable("XDG_RUNTIME_DIR");
@@ -73,7 +76,16 @@ int keepMessage(sd_bus_message* message, void* kept, sd_bus_error*) {
 
 // static
 std::unique_ptr<BusConnection> BusConnection::open() {
-  const std::string address = busAddress();
+  return open(sessionAddress());
+}
+
+// static
+std::unique_ptr<BusConnection> BusConnection::openSystem() {
+  return open(kSystemAddress);
+}
+
+// static
+std::unique_ptr<BusConnection> BusConnection::open(const std::string& address) {
   sd_bus* bus = nullptr;
   if (address.empty() || sd_bus_new(&bus) < 0) return nullptr;
   std::unique_ptr<BusConnection> connection(new BusConnection(Connection(bus)));

@@ -14,10 +14,10 @@ struct BusMessageUnref {
 };
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageUnref>;
 
-// A connection of its own to the person's session bus. Nothing that the bus or its members do, or
-// leave undone, holds a call longer than kPatience: it then raises platform::Exception
-// (kPortTimeout). A connection that breaks raises it with kInvalidSendPort. What others send to
-// this connection unasked is thrown away as it comes. One thread at a time.
+// A connection of its own to the person's session bus or to the system's bus. Nothing that the bus
+// or its members do, or leave undone, holds a call longer than kPatience: it then raises
+// platform::Exception (kPortTimeout). A connection that breaks raises it with kInvalidSendPort.
+// What others send to this connection unasked is thrown away as it comes. One thread at a time.
 class BusConnection {
  public:
   static constexpr std::chrono::milliseconds kPatience{1000};
@@ -25,6 +25,8 @@ class BusConnection {
   // Null when there is no bus, or when it does not let this user in. The bus is the one that the
   // environment names, or the one of the login; none is ever started for this.
   static std::unique_ptr<BusConnection> open();
+  // The same for the bus of the system's services, which has one place on every machine.
+  static std::unique_ptr<BusConnection> openSystem();
 
   // A call of a method of an object; nobody is started to answer it. Null when a name is none that
   // the bus allows.
@@ -42,6 +44,7 @@ class BusConnection {
   };
   using Connection = std::unique_ptr<sd_bus, Close>;
 
+  static std::unique_ptr<BusConnection> open(const std::string& address);
   explicit BusConnection(Connection bus) : bus_(std::move(bus)) {}
   // Works on the connection until `done` holds.
   void workUntil(const std::function<bool()>& done);

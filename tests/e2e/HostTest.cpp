@@ -9,6 +9,7 @@
 #include "tests/support/CallbackHost.h"
 #include "tests/support/SessionBus.h"
 #include "tests/support/UpdateMachine.h"
+#include "tests/support/WaitFor.h"
 
 // Whole silent updates by the built application, as superuser, with a host application of the
 // person at the console beside it.
@@ -24,7 +25,7 @@ class HostTest : public testing::Test {
  protected:
   void SetUp() override {
     if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
-    machine_.emplace();
+    machine_.emplace(UpdateMachine::Pauses::quick);
     bus_.emplace(machine_->sandbox(), Sandbox::kConsoleUserId);
     bus_->announce();
     machine_->makeBundle(machine_->destination(), "1.0");
@@ -35,7 +36,8 @@ class HostTest : public testing::Test {
     EXPECT_EQ(machine_->run({"-source", machine_->source(), "-destination", machine_->destination(),
                              "-silent", "YES"}),
               0);
-    EXPECT_EQ(UpdateMachine::versionOf(machine_->destination()), "2.0");
+    EXPECT_TRUE(test::waitFor(
+        [this] { return UpdateMachine::versionOf(machine_->destination()) == "2.0"; }));
   }
 
  private:

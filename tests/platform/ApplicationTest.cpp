@@ -1,6 +1,8 @@
 #include "platform/Application.h"
 
 #include <gmock/gmock.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -8,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -31,6 +34,7 @@ using std::chrono::steady_clock;
 using test::waitFor;
 using ::testing::ElementsAre;
 using ::testing::ExitedWithCode;
+using ::testing::KilledBySignal;
 
 class Delegate : public ApplicationDelegate {
  public:
@@ -106,6 +110,56 @@ TEST(ApplicationTest, ABrokenPipeDoesNotKill) {
     terminateFromAnotherThread();
   });
 }
+
+TEST(ApplicationTest, ALimitOnTheSizeOfFilesFailsAWriteAndDoesNotKill) {
+  runWith([] {
+    const rlimit limit = {0, RLIM_INFINITY};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const int file = ::memfd_create("file", 0);
+    EXPECT_EQ(::write(file, "x", 1), -1);
+    EXPECT_EQ(errno, EFBIG);
+    ::close(file);
+    terminateFromAnotherThread();
+  });
+}
+
+class ApplicationSignalTest : public testing::TestWithParam<int> {};
+
+TEST_P(ApplicationSignalTest, EndsTheApplicationUntilItOutlastsItsSession) {
+  EXPECT_EXIT(runWith([] { ::kill(::getpid(), GetParam()); }), KilledBySignal(GetParam()), "");
+}
+
+TEST_P(ApplicationSignalTest, DoesNotEndAnApplicationThatOutlastsItsSession) {
+  EXPECT_EXIT(std::exit(runWith([] {
+                std::thread([] {
+                  outlastSession();
+                  ::kill(::getpid(), GetParam());
+                  perform([] { say("goes on"); }, Wait::untilDone);
+                  terminate();
+                }).detach();
+              })),
+              ExitedWithCode(0), "^goes on;$");
+}
+
+TEST_P(ApplicationSignalTest, EndsTheChildProgramsOfAnApplicationThatOutlastsItsSession) {
+  runWith([] {
+    outlastSession();
+    const auto task = Task::create();
+    task->setLaunchPath("/bin/sh");
+    task->setArguments({"-c", "kill -" + std::to_string(GetParam()) + " $$; exit 0"});
+    task->launch();
+    task->waitUntilExit();
+    EXPECT_EQ(task->terminationStatus(), GetParam());
+    terminateFromAnotherThread();
+  });
+}
+
+std::string signalName(const testing::TestParamInfo<int>& signal) {
+  return ::sigabbrev_np(signal.param);
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, ApplicationSignalTest, testing::Values(SIGHUP, SIGINT, SIGTERM),
+                         signalName);
 
 TEST(ApplicationTest, TheStatusOfChildProgramsIsKeptWhateverTheStarterIgnored) {
   std::signal(SIGCHLD, SIG_IGN);

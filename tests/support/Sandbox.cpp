@@ -22,12 +22,6 @@ void check(bool ok, const std::string& what) {
   if (!ok) throw std::system_error(errno, std::generic_category(), what);
 }
 
-unsigned idOf(std::string_view user) {
-  if (user == Sandbox::kConsoleUser) return Sandbox::kConsoleUserId;
-  if (user == Sandbox::kOtherUser) return Sandbox::kOtherUserId;
-  throw std::invalid_argument("the sandbox knows nobody called " + std::string(user));
-}
-
 void writeFile(const std::string& path, std::string_view contents) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << contents;
@@ -141,6 +135,27 @@ void Sandbox::becomeUser(std::string_view user) {
   check(::setresgid(id, id, id) == 0, "setresgid");
   check(::setresuid(id, id, id) == 0, "setresuid");
   setHome(homeOf(user));
+}
+
+std::vector<std::string> Sandbox::commandThatBecomes(std::string_view user) const {
+  const std::string id = std::to_string(idOf(user));
+  const std::string home = homeOf(user);
+  return {"/usr/bin/setpriv",
+          "--reuid=" + id,
+          "--regid=" + id,
+          "--clear-groups",
+          "/usr/bin/env",
+          "HOME=" + home,
+          "XDG_CACHE_HOME=" + home + "/.cache",
+          "XDG_CONFIG_HOME=" + home + "/.config",
+          "XDG_DATA_HOME=" + home + "/.local/share"};
+}
+
+// static
+unsigned Sandbox::idOf(std::string_view user) {
+  if (user == kConsoleUser) return kConsoleUserId;
+  if (user == kOtherUser) return kOtherUserId;
+  throw std::invalid_argument("the sandbox knows nobody called " + std::string(user));
 }
 
 std::string Sandbox::mountTmpfs(std::string_view relative, unsigned long bytes) const {

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tests/support/Janitor.h"
 
@@ -58,6 +59,10 @@ class Sandbox {
   // Gives up root for good and becomes that person, with HOME at that person's home. After
   // simulateMachine.
   void becomeUser(std::string_view user);
+  // The words of a command line before those of a program that is to be run as that person.
+  std::vector<std::string> commandThatBecomes(std::string_view user) const;
+  // The number of one of the people; throws for others.
+  static unsigned idOf(std::string_view user);
   // Mounts a fresh tmpfs of at most `bytes` at `relative`, made if missing, and answers its path.
   // After simulateMachine.
   std::string mountTmpfs(std::string_view relative, unsigned long bytes = 64UL << 20) const;

@@ -12,8 +12,9 @@ constexpr char kDaemon[] = "/usr/bin/dbus-daemon";
 
 }  // namespace
 
-SessionBus::SessionBus(const Sandbox& sandbox) : folder_(sandbox.makeDirectory("tmp/session-bus")) {
-  writeConfiguration(sandbox);
+SessionBus::SessionBus(const Sandbox& sandbox, Admits admits)
+    : folder_(sandbox.makeDirectory("tmp/session-bus")) {
+  writeConfiguration(sandbox, admits);
   daemon_ = std::make_unique<ChildProgram>(std::vector<std::string>{
       kDaemon, "--nofork", "--print-address", "--config-file=" + folder_ + "/bus.conf"});
   if (!daemon_->waitForLine("unix:")) throw std::runtime_error("dbus-daemon does not start");
@@ -21,7 +22,7 @@ SessionBus::SessionBus(const Sandbox& sandbox) : folder_(sandbox.makeDirectory("
 
 SessionBus::SessionBus(const Sandbox& sandbox, unsigned userId)
     : folder_(sandbox.makeDirectory("tmp/session-bus-" + std::to_string(userId))) {
-  writeConfiguration(sandbox);
+  writeConfiguration(sandbox, Admits::owner);
   if (::chown(folder_.c_str(), userId, userId) != 0) throw std::runtime_error("chown " + folder_);
   daemon_ = std::make_unique<ChildProgram>(
       std::vector<std::string>{kDaemon, "--nofork", "--print-address",
@@ -30,7 +31,8 @@ SessionBus::SessionBus(const Sandbox& sandbox, unsigned userId)
   if (!daemon_->waitForLine("unix:")) throw std::runtime_error("dbus-daemon does not start");
 }
 
-void SessionBus::writeConfiguration(const Sandbox& sandbox) {
+void SessionBus::writeConfiguration(const Sandbox& sandbox, Admits admits) {
+  const std::string guests = admits == Admits::everybody ? "<allow user=\"*\"/>" : "";
   socket_ = folder_ + "/bus";
   const std::string relative = folder_.substr(sandbox.root().size() + 1);
   sandbox.makeDirectory(relative + "/services");
@@ -40,8 +42,8 @@ void SessionBus::writeConfiguration(const Sandbox& sandbox) {
                    "<busconfig><type>session</type><listen>unix:path=" +
                        socket_ + "</listen><auth>EXTERNAL</auth><servicedir>" + servicesFolder() +
                        "</servicedir><policy context=\"default\"><allow send_destination=\"*\" "
-                       "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/>"
-                       "</policy></busconfig>\n");
+                       "eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/>" +
+                       guests + "</policy></busconfig>\n");
 }
 
 void SessionBus::announce() const {

@@ -12,8 +12,11 @@ namespace test {
 // found calls `announce`.
 class SessionBus {
  public:
+  // Whom it lets in: a session's bus only its owner, the system's bus everybody.
+  enum class Admits { owner, everybody };
+
   // Starts the bus and waits until it takes connections.
-  explicit SessionBus(const Sandbox& sandbox);
+  explicit SessionBus(const Sandbox& sandbox, Admits admits = Admits::owner);
   // The same for one of the sandbox's people; the test must be root.
   SessionBus(const Sandbox& sandbox, unsigned userId);
 
@@ -27,7 +30,7 @@ class SessionBus {
   std::string servicesFolder() const { return folder_ + "/services"; }
 
  private:
-  void writeConfiguration(const Sandbox& sandbox);
+  void writeConfiguration(const Sandbox& sandbox, Admits admits);
 
   std::string folder_;
   std::string socket_;

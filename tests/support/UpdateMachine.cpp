@@ -23,30 +23,35 @@ namespace {
 
 constexpr std::chrono::seconds kLongestRun(30);
 
-// Starts a program with standard output and error appended to a file.
-int spawn(const std::string& program, std::vector<std::string> arguments,
-          const std::string& outputFile) {
+// A shell that waits for SIGCONT and then becomes what follows.
+constexpr const char* kStopped[] = {"/bin/sh", "-c", "kill -STOP $$; exec \"$@\"", "sh"};
+
+void append(std::vector<std::string>& words, const std::vector<std::string>& more) {
+  words.insert(words.end(), more.begin(), more.end());
+}
+
+// Starts a program, named by the first word, with standard output and error appended to a file.
+int spawn(std::vector<std::string> command, const std::string& outputFile) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, outputFile.c_str(), O_WRONLY | O_CREAT | O_APPEND,
                                    0644);
   posix_spawn_file_actions_adddup2(&actions, 1, 2);
-  arguments.insert(arguments.begin(), program);
   std::vector<char*> words;
-  for (std::string& argument : arguments) words.push_back(argument.data());
+  for (std::string& word : command) words.push_back(word.data());
   words.push_back(nullptr);
   pid_t pid = -1;
-  const int error = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, words.data(), environ);
+  const int error = ::posix_spawn(&pid, words[0], &actions, nullptr, words.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) throw std::runtime_error("cannot start " + program);
+  if (error != 0) throw std::runtime_error("cannot start " + command.front());
   return pid;
 }
 
-void runTool(const std::string& program, const std::vector<std::string>& arguments) {
+void runTool(const std::vector<std::string>& command) {
   int status = 0;
-  const int pid = spawn(program, arguments, "/dev/stderr");
+  const int pid = spawn(command, "/dev/stderr");
   if (::waitpid(pid, &status, 0) != pid || status != 0) {
-    throw std::runtime_error(program + " failed");
+    throw std::runtime_error(command.front() + " failed");
   }
 }
 
@@ -61,12 +66,12 @@ bool isMountPoint(const std::string& path) {
 
 }  // namespace
 
-UpdateMachine::UpdateMachine() {
+UpdateMachine::UpdateMachine(Pauses pauses) : pauses_(pauses) {
   sandbox_.simulateMachine();
   sandbox_.setConsoleUser(Sandbox::kConsoleUser);
   fs::create_directories("/var/lib/quorvale/Library/Logs/Quorvale");
   fs::create_directories(sandbox_.path("local-share"));
-  runTool("/bin/mount", {"--bind", sandbox_.path("local-share"), "/usr/local/share"});
+  runTool({"/bin/mount", "--bind", sandbox_.path("local-share"), "/usr/local/share"});
 }
 
 UpdateMachine::~UpdateMachine() {
@@ -80,10 +85,10 @@ UpdateMachine::~UpdateMachine() {
 
 void UpdateMachine::makeBundle(const std::string& path, const std::string& version) const {
   fs::create_directories(fs::path(path).parent_path());
-  runTool(QV_TEST_SOURCES "/../examples/sample/make-bundle",
-          {QV_TEST_PROGRAMS "/OpenedApplication", version, path});
+  runTool({QV_TEST_SOURCES "/../examples/sample/make-bundle", QV_TEST_PROGRAMS "/OpenedApplication",
+           version, path});
   const std::string owner = std::to_string(Sandbox::kConsoleUserId);
-  runTool("/bin/chown", {"-R", owner + ":" + owner, path});
+  runTool({"/bin/chown", "-R", owner + ":" + owner, path});
 }
 
 void UpdateMachine::attachDiskImage() {
@@ -91,9 +96,9 @@ void UpdateMachine::attachDiskImage() {
   makeBundle(sandbox_.path("image/Sample.app"), "2.0");
   std::ofstream(image).close();
   fs::resize_file(image, 16U << 20U);
-  runTool("/sbin/mkfs.ext4", {"-q", "-d", sandbox_.path("image"), image});
+  runTool({"/sbin/mkfs.ext4", "-q", "-d", sandbox_.path("image"), image});
   fs::create_directories(mountPoint());
-  runTool("/bin/mount", {"-o", "loop,ro", image, mountPoint()});
+  runTool({"/bin/mount", "-o", "loop,ro", image, mountPoint()});
 }
 
 bool UpdateMachine::diskImageIsAttached() const {
@@ -115,7 +120,7 @@ std::string UpdateMachine::trashedBundle() const {
 int UpdateMachine::startUpdater(const std::string& name) {
   const std::string program = sandbox_.path(name);
   fs::copy_file("/bin/sleep", program);
-  started_.push_back(spawn(program, {"300"}, "/dev/null"));
+  started_.push_back(spawn({program, "300"}, "/dev/null"));
   return started_.back();
 }
 
@@ -124,10 +129,47 @@ int UpdateMachine::run(const std::vector<std::string>& arguments) {
   return waitForEnd();
 }
 
+void UpdateMachine::runAs(const std::string& user) {
+  user_ = user;
+}
+
+void UpdateMachine::runWithRightsHandedDownTo(const std::string& user) {
+  user_ = user;
+  rightsAreHandedDown_ = true;
+}
+
+void UpdateMachine::answerAsPerson(const std::vector<std::string>& behaviour) {
+  person_ = behaviour;
+}
+
+void UpdateMachine::runBy(const std::vector<std::string>& command) {
+  append(wayIn_, command);
+}
+
+std::vector<std::string> UpdateMachine::commandFor(
+    const std::vector<std::string>& arguments) const {
+  std::vector<std::string> command;
+  if (!person_.empty()) append(command, {std::begin(kStopped), std::end(kStopped)});
+  if (rightsAreHandedDown_) append(command, {QV_TEST_UPDATER});
+  if (!user_.empty()) append(command, sandbox_.commandThatBecomes(user_));
+  append(command, wayIn_);
+  append(command, {std::string(pauses_ == Pauses::real ? QV_TEST_BUNDLE : QV_TEST_QUICK_BUNDLE) +
+                   "/Contents/Linux/QVUpdateHelper"});
+  append(command, arguments);
+  return command;
+}
+
 void UpdateMachine::start(const std::vector<std::string>& arguments) {
-  application_ = spawn(QV_TEST_BUNDLE "/Contents/Linux/QVUpdateHelper", arguments,
-                       sandbox_.path("output.txt"));
+  application_ = spawn(commandFor(arguments), sandbox_.path("output.txt"));
   started_.push_back(application_);
+  if (person_.empty()) return;
+  std::vector<std::string> agent = {QV_TEST_PROGRAMS "/PolkitAgent", std::to_string(application_)};
+  append(agent, person_);
+  agent_ = std::make_unique<ChildProgram>(agent, Sandbox::idOf(user_));
+  if (!agent_->waitForLine("ready")) throw std::runtime_error("the agent does not start");
+  int status = 0;
+  ::waitpid(application_, &status, WUNTRACED);
+  ::kill(application_, SIGCONT);
 }
 
 int UpdateMachine::waitForEnd() {
@@ -138,6 +180,11 @@ int UpdateMachine::waitForEnd() {
   if (!ended) return -1;
   std::erase(started_, application_);
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+std::string UpdateMachine::log() const {
+  if (user_.empty()) return logPath();
+  return sandbox_.homeOf(user_) + "/Library/Logs/Quorvale/QVUpdateHelper.1.log";
 }
 
 // static

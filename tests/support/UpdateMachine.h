@@ -1,19 +1,23 @@
 #pragma once
 
-#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/support/ChildProgram.h"
 #include "tests/support/Sandbox.h"
 
 namespace test {
 
-// A simulated machine with a person at the console on which the built application performs updates
-// as superuser: a sample bundle to install, on a real disk image if wanted, and one that is
-// installed. Needs root; make it first thing in a test.
+// A simulated machine with a person at the console on which the built application performs updates:
+// a sample bundle to install, on a real disk image if wanted, and one that is installed. Needs
+// root; make it first thing in a test.
 class UpdateMachine {
  public:
-  UpdateMachine();
+  // How long the application's fixed pauses take: as they are shipped, or a hundredth of that.
+  enum class Pauses { real, quick };
+
+  explicit UpdateMachine(Pauses pauses = Pauses::real);
   // Unmounts what is still mounted and ends what was started and still runs.
   ~UpdateMachine();
   UpdateMachine(const UpdateMachine&) = delete;
@@ -41,6 +45,15 @@ class UpdateMachine {
   // Starts a process with the name of one of the updater's; answers its id.
   int startUpdater(const std::string& name);
 
+  // The application is run as superuser. These have it run otherwise from now on: as a person of
+  // the sandbox; as that person by an updater that hands an administrator's rights down to it; with
+  // somebody at the desktop who behaves as tests/programs/PolkitAgent.cpp says when it asks for
+  // rights; by way of another program that becomes it, such as env(1) with its arguments.
+  void runAs(const std::string& user);
+  void runWithRightsHandedDownTo(const std::string& user);
+  void answerAsPerson(const std::vector<std::string>& behaviour);
+  void runBy(const std::vector<std::string>& command);
+
   // Runs the application to its end and answers its exit status, or 128 and the number of the
   // signal that ended it. Fails the test when it takes longer than 30 seconds.
   int run(const std::vector<std::string>& arguments);
@@ -51,6 +64,10 @@ class UpdateMachine {
   // What the application printed on standard output and error.
   std::string output() const { return readFile(sandbox_.path("output.txt")); }
 
+  // The log of whoever runs the application, and its messages behind the header.
+  std::string log() const;
+  std::vector<std::string> messages() const { return withoutHeader(messagesOf(log())); }
+
   // Where the superuser's log of a program of this name is.
   static std::string logPath(const std::string& program = "QVUpdateHelper");
   // The messages of a log file without their dates; and those that follow the log's header.
@@ -58,7 +75,15 @@ class UpdateMachine {
   static std::vector<std::string> withoutHeader(std::vector<std::string> messages);
 
  private:
+  std::vector<std::string> commandFor(const std::vector<std::string>& arguments) const;
+
   Sandbox sandbox_;
+  const Pauses pauses_;
+  std::string user_;  // empty for the superuser
+  bool rightsAreHandedDown_ = false;
+  std::vector<std::string> person_;
+  std::unique_ptr<ChildProgram> agent_;
+  std::vector<std::string> wayIn_;
   std::vector<int> started_;
   int application_ = -1;
 };
