@@ -32,6 +32,17 @@ bool isWithin(int folder, const struct stat& item) {
   return false;
 }
 
+// The error number of what can be seen beforehand to be wrong with the target, or 0: a copy that
+// fails later blames the item that it has come to.
+int refusal(const Location& target, const struct stat& item) {
+  struct stat taken {};
+  if (::fstatat(target.descriptor(), target.name.c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
+    return EEXIST;
+  }
+  if (S_ISDIR(item.st_mode) && isWithin(target.descriptor(), item)) return EINVAL;
+  return ::faccessat(target.descriptor(), ".", W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
+}
+
 }  // namespace
 
 StagedCopy::StagedCopy(const Location& source, const Location& target,
@@ -44,20 +55,15 @@ StagedCopy::~StagedCopy() {
 
 Status StagedCopy::copy(const Location& source, file_system::CopyObserver* observer) {
   struct stat item {};
-  struct stat taken {};
   if (::fstatat(source.descriptor(), source.name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
     return statusFromErrno(errno, pathOf(source.descriptor(), source.name));
   }
-  const std::string destination = pathOf(target_.descriptor(), target_.name);
-  if (::fstatat(target_.descriptor(), target_.name.c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
-    return statusFromErrno(EEXIST, destination);
-  }
-  if (S_ISDIR(item.st_mode) && isWithin(target_.descriptor(), item)) {
-    return statusFromErrno(EINVAL, destination);
+  if (const int error = refusal(target_, item); error != 0) {
+    return statusFromErrno(error, pathOf(target_.descriptor(), target_.name));
   }
   staged_.name = temporaryName("copying");
   staged_.folder.reset(::fcntl(target_.descriptor(), F_DUPFD_CLOEXEC, 0));
-  if (!staged_) return statusFromErrno(errno, destination);
+  if (!staged_) return statusFromErrno(errno);
 
   CopyContext context(observer);
   if (S_ISDIR(item.st_mode)) {

@@ -168,13 +168,26 @@ TEST_F(CopyTest, AnUnreadableItemFailsTheWholeCopy) {
   EXPECT_THAT(fs::list(sandbox_.home()), Optional(ElementsAre()));
 }
 
+TEST_F(CopyTest, AFolderThatTheUserMayNotWriteInIsBlamedForTheFailure) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  const std::string file = sandbox_.makeFile("file", "x");
+  const std::string copy = sandbox_.makeDirectory("closed") + "/copy";
+  sandbox_.simulateMachine();
+  sandbox_.becomeUser(Sandbox::kConsoleUser);
+  const auto status = fs::copy(file, copy);
+  EXPECT_EQ(status.code(), EACCES);
+  EXPECT_EQ(status.description(), copy + ": Permission denied");
+}
+
 TEST_F(CopyTest, AReadOnlyFileSystemIsReportedAsSuch) {
   if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
   sandbox_.simulateMachine();
   const std::string disk = sandbox_.mountTmpfs("disk");
   sandbox_.makeFile("disk/file", "x");
   ASSERT_EQ(run("mount -o remount,ro " + disk), 0);
-  EXPECT_EQ(fs::copy(disk + "/file", disk + "/copy").code(), EROFS);
+  const auto status = fs::copy(disk + "/file", disk + "/copy");
+  EXPECT_EQ(status.code(), EROFS);
+  EXPECT_EQ(status.description(), disk + "/copy: Read-only file system");
   EXPECT_TRUE(fs::copy(disk + "/file", sandbox_.path("copy")).ok());
 }
 
