@@ -44,12 +44,6 @@ bool isSystemDirectory(const QVAuthorization::Path& path) {
   return path && QVLocalPaths::isPathSystemDirectory(*path, true);
 }
 
-// A name under which an item can stand in a folder; joined with anything else the folder's path
-// would mean the folder itself or the one above it.
-bool isName(const std::string& name) {
-  return !name.empty() && name != "/" && name != "." && name != "..";
-}
-
 void readToEnd(platform::privilege::ToolOutput& output) {
   std::array<std::byte, 4096> buffer{};
   while (output.read(buffer) > 0) {
@@ -234,7 +228,7 @@ bool QVAuthorization::authTrashFile(const Path& path, bool deleteOnRootAccount) 
     console::log("Unable to trash path %@ because it is a system directory.", path);
     return false;
   }
-  if (!isUsable(path) || !isName(path::lastComponent(*path))) return false;
+  if (!path::namesItem(path)) return false;
   const Path destination = trashPathFor(*path);
   if (deleteOnRootAccount && !userDirectory_ && isSuperuser()) return authRemoveFile(destination);
   return authMoveFile(path, destination);

@@ -95,4 +95,10 @@ std::string deletingExtension(std::string_view path) {
   return std::string(path.substr(0, path.size() - name.size() + dot));
 }
 
+bool namesItem(const std::optional<std::string>& path) {
+  if (!path || !path->starts_with(kSlash)) return false;
+  const std::string_view name = lastName(*path);
+  return name != "/" && name != "." && name != "..";
+}
+
 }  // namespace platform::path

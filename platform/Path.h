@@ -40,4 +40,10 @@ std::string extension(std::string_view path);
 // "/x/A.app/". A name that has no extension stays whole.
 std::string deletingExtension(std::string_view path);
 
+// Whether the path is absolute and its last component is a name that a folder can hold: neither
+// none, "" nor "/", and not one that ends in "." or "..". Only such a path may be removed or moved,
+// or joined to a folder by its last component: with any other the folder itself would be meant, or
+// the one above it.
+bool namesItem(const std::optional<std::string>& path);
+
 }  // namespace platform::path

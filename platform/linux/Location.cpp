@@ -11,8 +11,7 @@ namespace platform {
 Location locate(const std::string& path) {
   Location location;
   location.name = path::lastComponent(path);
-  if (!path.starts_with('/') || location.name == "/" || location.name == "." ||
-      location.name == "..") {
+  if (!path::namesItem(path)) {
     errno = path.empty() ? ENOENT : EINVAL;
     return location;
   }

@@ -116,4 +116,15 @@ TEST(PathTest, BytesThatAreNotUtf8PassThrough) {
   EXPECT_EQ(path::deletingExtension("/\xf0\x9f.app"), "/\xf0\x9f");
 }
 
+TEST(PathTest, OnlyAnAbsolutePathThatEndsInANameNamesAnItem) {
+  for (const char* path : {"/a", "/x/A.app", "/x/A.app/", "/x//.hidden", "/..x", "/x/../y"}) {
+    EXPECT_TRUE(path::namesItem(path)) << path;
+  }
+  for (const char* path :
+       {"", "/", "//", "a", "x/a", "-f", ".", "..", "/.", "/..", "/x/.", "/x/..", "/x/../"}) {
+    EXPECT_FALSE(path::namesItem(path)) << path;
+  }
+  EXPECT_FALSE(path::namesItem(std::nullopt));
+}
+
 }  // namespace
