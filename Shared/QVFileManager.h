@@ -50,13 +50,42 @@ class QVFileManager {
 
   // Changes.
   //
-  // Each has three forms. The one with `shouldAuth` does the work; what fails is then tried once
+  // Most have three forms. The one with `shouldAuth` does the work; what fails is then tried once
   // more with administrator rights if `shouldAuth` is set (QVAuthorization, which is for one thread
   // at a time), and a yes means only that the tool for it was started. The plain form is that with
   // `shouldAuth` set. The form with a time-out is the plain form and then waits, without
   // cancelling anything, until the disk shows the result: that is its answer, see ExistenceWait.h.
-  // All block for the disk and while the person is asked; none, an empty or relative path, and one
-  // that ends in "." or ".." are refused. Failures are logged.
+  // All block for the disk and while the person is asked. Failures are logged.
+  //
+  // Refused are none, an empty and a relative path and, but for a folder to be made, one whose last
+  // component is no name (platform::path::namesItem). An item is unlocked before it is looked for,
+  // which logs a missing one as an "Unable to unlock file".
+
+  // Moves an item into the user's Trash, under another name where its own is taken; a missing item
+  // is a success.
+  static bool trashFile(const Path& path);
+  static bool trashFile(const Path& path, bool shouldAuth);
+  static bool trashFile(const Path& path, std::chrono::seconds timeout);
+  // The same for each entry of a folder, which stays. Every entry is attempted; yes when none
+  // failed, so also for an empty or unreadable folder.
+  static bool trashDirectoryContents(const std::string& folder);
+  static bool trashDirectoryContents(const std::string& folder, bool shouldAuth);
+  // Trash the files in a folder that have the extension `type` ("log", in either letter case; "" is
+  // none) or are called exactly `name`, at every depth and through links to folders, and answer
+  // their paths, those that could not be trashed too. A folder is never trashed but gone through,
+  // an application called "A.app" as well.
+  static std::vector<std::string> trashFilesOfType(const std::string& type,
+                                                   const std::string& folder);
+  static std::vector<std::string> trashFilesNamed(const std::string& name,
+                                                  const std::string& folder);
+
+  // Removes an item for good, a folder with everything in it; a missing item is a success.
+  static bool removeFile(const Path& path);
+  static bool removeFile(const Path& path, bool shouldAuth);
+  static bool removeFile(const Path& path, std::chrono::seconds timeout);
+  // Removes a folder that holds nothing of value (isFolderEmpty); no when it does, and for what is
+  // not a folder.
+  static bool removeFolderIfEmpty(const std::string& folder);
 
   // Makes a folder and the missing ones above it; one that is there already is a success. On a
   // drive that is not mounted (isDriveMountedForPath) nothing is made, which the platform's console
@@ -69,6 +98,30 @@ class QVFileManager {
   // for the folder "/a/b", also when it could not be made; "" for an empty destination.
   static std::string createDirectoryStructure(const std::string& path,
                                               const std::string& destination);
+
+  // Copies an item, recursively, to the full new path, whose parent must exist and is unlocked. It
+  // fails when something is there; with administrator rights that is replaced or, a folder, copied
+  // into. A path that is none is logged and printed.
+  static bool copyFile(const Path& source, const Path& destination);
+  static bool copyFile(const Path& source, const Path& destination, bool shouldAuth);
+  static bool copyFile(const Path& source, const Path& destination, std::chrono::seconds timeout);
+  // The same for each entry of a folder into another one that exists, each with the whole time-out
+  // and logged by its name. Ends at the first failure; nothing is undone. Yes for an empty or
+  // unreadable folder.
+  static bool copyContentsOfDirectory(const std::string& source, const std::string& destination,
+                                      std::chrono::seconds timeout);
+
+  // Moves an item to the full new path. It fails when something else is there; with administrator
+  // rights that is replaced or, a folder, moved into. A name may change in letter case only, which
+  // works on every file system by way of another free name; the form with a time-out then does not
+  // wait. What is at the destination is unlocked, and where that is a folder, so is everything in
+  // the folder in it that has the source's name.
+  static bool moveFile(const Path& source, const Path& destination);
+  static bool moveFile(const Path& source, const Path& destination, bool shouldAuth);
+  static bool moveFile(const Path& source, const Path& destination, std::chrono::seconds timeout);
+  // Makes an empty file, with administrator rights where the user may not: it is made among the
+  // temporary files and moved, so all that holds of moveFile holds of it.
+  static bool createEmptyFile(const Path& path);
 
   // Names.
 

@@ -1,13 +1,19 @@
 #pragma once
 
+#include <sys/mount.h>
+#include <unistd.h>
+
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Shared/QVAuthorization.h"
 #include "Shared/QVLocalPaths.h"
+#include "platform/FileSystem.h"
 #include "tests/support/LogFixture.h"
 #include "tests/support/Polkit.h"
 
@@ -58,9 +64,30 @@ class FileChangesFixture : public LogFixture {
     return {all.begin() + static_cast<std::ptrdiff_t>(linesAtStart_), all.end()};
   }
 
+  // Makes a folder read-only, for the superuser too, as long as the test runs.
+  static void makeReadOnly(const std::string& folder) {
+    const char* path = folder.c_str();
+    ASSERT_EQ(::mount(path, path, nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(::mount(nullptr, path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+  }
+  // Has the person own an item as the superuser's work would leave it.
+  static void giveToUser(const std::string& path) {
+    ASSERT_EQ(::lchown(path.c_str(), Sandbox::kConsoleUserId, Sandbox::kConsoleUserId), 0);
+  }
+  static std::vector<std::string> namesIn(const std::string& folder) {
+    return platform::file_system::list(folder).value_or(std::vector<std::string>());
+  }
+  static bool exists(const std::string& path) {
+    return std::filesystem::exists(std::filesystem::symlink_status(path));
+  }
+
   std::string trash() const { return sandbox_.homeOf(kUser) + "/.Trash"; }
-  // In the person's home, the person's own.
   std::string inHome(const std::string& name) const { return sandbox_.homeOf(kUser) + "/" + name; }
+
+  std::string makeFileInHome(const std::string& name, std::string_view contents = {}) const {
+    const std::filesystem::path file = inHome(name);
+    return sandbox_.makeFile(file.lexically_relative(sandbox_.root()).string(), contents);
+  }
 
   std::string protected_;
 
