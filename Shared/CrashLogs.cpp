@@ -1,6 +1,7 @@
 #include "Shared/CrashLogs.h"
 
 #include "Shared/QVLocalPaths.h"
+#include "platform/CrashLog.h"
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
 #include "platform/Text.h"
@@ -10,6 +11,8 @@ namespace {
 
 namespace file_system = platform::file_system;
 namespace path = platform::path;
+
+constexpr char kDiagnosticReports[] = "DiagnosticReports";
 
 // The names of a folder come sorted, so the last match stands furthest back.
 std::optional<std::string> lastWithPrefix(const std::string& folder, const std::string& prefix) {
@@ -34,7 +37,7 @@ std::optional<std::string> newerThan(std::chrono::system_clock::time_point date,
   // in the name itself leaves nothing that could match.
   if (applicationName.find('\'') != std::string::npos) return std::nullopt;
   for (const bool user : {true, false}) {
-    for (const char* kind : {"CrashReporter", "DiagnosticReports"}) {
+    for (const char* kind : {"CrashReporter", kDiagnosticReports}) {
       const auto folder = path::appending(QVLocalPaths::logDirectory(user), kind);
       if (!folder) continue;
       auto log = lastWithPrefix(*folder, applicationName + "_");
@@ -42,6 +45,13 @@ std::optional<std::string> newerThan(std::chrono::system_clock::time_point date,
     }
   }
   return std::nullopt;
+}
+
+void startWriting() {
+  for (const bool user : {true, false}) {
+    const auto folder = path::appending(QVLocalPaths::logDirectory(user), kDiagnosticReports);
+    if (folder && platform::crash_log::installWriter(*folder)) return;
+  }
 }
 
 }  // namespace crash_logs

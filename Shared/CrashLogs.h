@@ -14,4 +14,8 @@ namespace crash_logs {
 std::optional<std::string> newerThan(std::chrono::system_clock::time_point date,
                                      const std::string& applicationName);
 
+// Has a crash of this process leave a crash log where newerThan finds it, see platform/CrashLog.h:
+// in DiagnosticReports of the user's logs, else of the machine's. Call once, first thing in `main`.
+void startWriting();
+
 }  // namespace crash_logs

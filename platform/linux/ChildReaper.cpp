@@ -4,14 +4,12 @@
 #include <sys/eventfd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <mutex>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "platform/NoDestructor.h"
+#include "platform/linux/QuietThread.h"
 
 namespace platform {
 namespace {
@@ -35,16 +33,9 @@ class Reaper {
   // Without a thread now, the next child's tries again.
   void start() {
     wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    sigset_t all;
-    sigset_t before;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-      std::thread([this] { work(); }).detach();
-      working_ = true;
-    } catch (const std::system_error&) {
-    }
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    std::thread thread = startQuietThread([this] { work(); });
+    working_ = thread.joinable();
+    if (working_) thread.detach();
   }
 
   void work() {

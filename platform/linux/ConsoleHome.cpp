@@ -66,6 +66,15 @@ FileDescriptor descendOrMake(const FileDescriptor& folder, const std::string& na
   return descend(folder, name);
 }
 
+FileDescriptor descendOrMakeAll(const PathInHome& path, mode_t mode) {
+  FileDescriptor folder(::open(path.home.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  for (const std::string& name : path.components) {
+    if (!folder) break;
+    folder = descendOrMake(folder, name, mode);
+  }
+  return folder;
+}
+
 ActingAsOwner::ActingAsOwner(const FileDescriptor& folder)
     : userId_(fileSystemUser()), groupId_(fileSystemGroup()) {
   struct stat status {};

@@ -32,6 +32,9 @@ FileDescriptor descend(const FileDescriptor& folder, const std::string& name);
 // The same, making the directory first when there is none.
 FileDescriptor descendOrMake(const FileDescriptor& folder, const std::string& name, mode_t mode);
 
+// Goes down from the home to the path like that, making every folder that is missing.
+FileDescriptor descendOrMakeAll(const PathInHome& path, mode_t mode);
+
 // For as long as it lives, this thread's file accesses are made with the rights of whoever owns
 // `folder`, and what it makes belongs to that owner and the folder's group. Only for the superuser;
 // for anybody else, and for a folder of the superuser's own, it changes nothing.

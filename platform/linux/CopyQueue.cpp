@@ -1,8 +1,9 @@
 #include "platform/linux/CopyQueue.h"
 
 #include <algorithm>
-#include <csignal>
-#include <system_error>
+#include <utility>
+
+#include "platform/linux/QuietThread.h"
 
 namespace platform {
 namespace {
@@ -54,18 +55,10 @@ void CopyQueue::finish() {
   allIsDone_.wait(lock, [this] { return running_ == 0; });
 }
 
-// Signals are the business of the threads that were there before. Without a further thread the work
-// is done by those there are.
+// Without a further thread the work is done by those there are.
 void CopyQueue::startThread() {
-  sigset_t all;
-  sigset_t before;
-  ::sigfillset(&all);
-  ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    threads_.emplace_back([this] { runThread(); });
-  } catch (const std::system_error&) {
-  }
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  std::thread thread = startQuietThread([this] { runThread(); });
+  if (thread.joinable()) threads_.push_back(std::move(thread));
 }
 
 void CopyQueue::runThread() {

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "platform/FileSystem.h"
@@ -10,15 +9,6 @@ namespace platform::file_system {
 namespace {
 
 constexpr mode_t kDefaultMode = 0777;
-
-Status createInConsoleHome(const PathInHome& path, const std::string& whole) {
-  FileDescriptor folder(::open(path.home.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  for (const std::string& name : path.components) {
-    if (!folder) break;
-    folder = descendOrMake(folder, name, kDefaultMode);
-  }
-  return folder ? Status() : statusFromErrno(errno, whole);
-}
 
 // 0 or an error number. A directory that is there already, or that somebody else makes meanwhile,
 // is as good as one made here.
@@ -32,7 +22,9 @@ int makeOne(const std::string& path) {
 
 Status createDirectory(const std::string& path) {
   if (path.empty()) return statusFromErrno(ENOENT);
-  if (const auto inHome = pathInConsoleHome(path)) return createInConsoleHome(*inHome, path);
+  if (const auto inHome = pathInConsoleHome(path)) {
+    return descendOrMakeAll(*inHome, kDefaultMode) ? Status() : statusFromErrno(errno, path);
+  }
 
   std::vector<std::string> missing;
   std::string next = path;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 
 #include "tests/support/Sandbox.h"
@@ -16,6 +17,8 @@
 
 namespace test {
 namespace {
+
+constexpr std::chrono::seconds kLongestRun(20);
 
 // The letter of proc(5) for what a process does.
 char stateOf(pid_t id) {
@@ -58,8 +61,10 @@ void ChildProgram::start(const std::vector<std::string>& command,
 }
 
 ChildProgram::~ChildProgram() {
-  ::kill(id_, SIGKILL);
-  ::waitpid(id_, nullptr, 0);
+  if (id_ > 0) {
+    ::kill(id_, SIGKILL);
+    ::waitpid(id_, nullptr, 0);
+  }
   ::close(output_);
 }
 
@@ -74,6 +79,14 @@ bool ChildProgram::isStopped() const {
 
 void ChildProgram::signal(int number) const {
   ::kill(id_, number);
+}
+
+std::optional<int> ChildProgram::waitForEnd() {
+  int status = 0;
+  const auto hasEnded = [&] { return ::waitpid(id_, &status, WNOHANG) == id_; };
+  if (!waitFor(hasEnded, kLongestRun)) return std::nullopt;
+  id_ = -1;
+  return status;
 }
 
 const std::vector<std::string>& ChildProgram::lines() {

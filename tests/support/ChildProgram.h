@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +28,9 @@ class ChildProgram {
   // Whether a signal has stopped it.
   bool isStopped() const;
   void signal(int number) const;
+  // Waits for its end and answers its status as waitpid(2) does; none when it still runs after
+  // twenty seconds. Answered once.
+  std::optional<int> waitForEnd();
 
   // The whole lines that have arrived up to now.
   const std::vector<std::string>& lines();
