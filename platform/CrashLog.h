@@ -12,9 +12,9 @@ namespace platform::crash_log {
 // dump where one is made. A mistake that somebody handles already, such as a sanitizer, is left to
 // them. Answers false, and changes nothing, when there is no such folder and none can be made.
 //
-// The log is named <CFBundleName>_<local date>_<host>.crash, is readable by the folder's owner alone
-// and belongs to that owner, also when the superuser crashes; it appears when it is whole. Where
-// that is impossible (full disk, no rights) or takes longer than five seconds, there is none.
+// The log is named <CFBundleName>_<local date>_<host>.crash, is readable by the folder's owner
+// alone and belongs to that owner, also when the superuser crashes; it appears when it is whole.
+// Where that is impossible (full disk, no rights) or takes longer than five seconds, there is none.
 //
 // Call once, early, on the main thread, before there are others. Blocks for the disk.
 bool installWriter(const std::string& folder);

@@ -77,9 +77,9 @@ class CrashWriterTest : public testing::Test {
 
 TEST_F(CrashWriterTest, ACrashLeavesOneLogAndTheProcessDiesOfTheSameSignal) {
   EXPECT_EQ(signalAfter("null"), SIGSEGV);
-  EXPECT_THAT(names(),
-              ElementsAre(MatchesRegex(
-                  R"(Crash Probe_[0-9]{4}-[0-9]{2}-[0-9]{2}-[0-9]{6}_host\.crash)")));
+  EXPECT_THAT(
+      names(),
+      ElementsAre(MatchesRegex(R"(Crash Probe_[0-9]{4}-[0-9]{2}-[0-9]{2}-[0-9]{6}_host\.crash)")));
 }
 
 TEST_F(CrashWriterTest, TheLogSaysWhatHappenedWhereAndWhen) {
@@ -92,7 +92,8 @@ TEST_F(CrashWriterTest, TheLogSaysWhatHappenedWhereAndWhen) {
                               "Fault address:   0x0\n"));
   EXPECT_THAT(text, ContainsRegex("Thread:          [0-9]+ \"CrashProbe\", the main thread\n"));
   EXPECT_THAT(text, ContainsRegex("\n0    CrashProbe +0x[0-9a-f]+ \\+ 0x[0-9a-f]+\n"));
-  EXPECT_THAT(text, ContainsRegex("0x[0-9a-f]+ - 0x[0-9a-f]+  /[^ ]+/libc\\.so\\.6  [0-9a-f]{40}\n"));
+  EXPECT_THAT(text,
+              ContainsRegex("0x[0-9a-f]+ - 0x[0-9a-f]+  /[^ ]+/libc\\.so\\.6  [0-9a-f]{40}\n"));
 }
 
 // The function is found again in the program's own file by the offset in the log.

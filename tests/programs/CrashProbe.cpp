@@ -114,8 +114,7 @@ void crashWithStackAt(const void* address) {
 // Whoever reads this memory waits until somebody provides it, which nobody does.
 const void* memoryThatNeverComes() {
   constexpr std::size_t kSize = 1 << 20;
-  void* memory =
-      ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  void* memory = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   const int handler = static_cast<int>(::syscall(SYS_userfaultfd, O_CLOEXEC | UFFD_USER_MODE_ONLY));
   uffdio_api api{.api = UFFD_API, .features = 0, .ioctls = 0};
   uffdio_register range{};

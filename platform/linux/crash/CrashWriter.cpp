@@ -22,8 +22,8 @@
 namespace platform::crash {
 namespace {
 
-// How long a log may take, in seconds; then the process dies without one. In the middle of a call to
-// a file system that does not answer only the second helps, as no handler runs there.
+// How long a log may take, in seconds; then the process dies without one. In the middle of a call
+// to a file system that does not answer only the second helps, as no handler runs there.
 constexpr unsigned kLongest = 5;
 constexpr unsigned kLongestCall = 7;
 constexpr std::size_t kAddressDigits = 12;

@@ -8,7 +8,7 @@
 namespace platform::crash {
 
 // The signals that tell of a mistake in this process, and that end it.
-inline constexpr std::array kFatalSignals = {SIGSEGV, SIGBUS, SIGILL, SIGFPE,
+inline constexpr std::array kFatalSignals = {SIGSEGV, SIGBUS,  SIGILL, SIGFPE,
                                              SIGABRT, SIGTRAP, SIGSYS};
 
 // Whether somebody sent it, in contrast to a fault of the running thread. So is abort(3)'s.

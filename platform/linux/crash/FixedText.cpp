@@ -14,8 +14,7 @@ constexpr std::string_view kZeros = "0000000000000000";
 template <class Number>
 FixedText& addNumber(FixedText& text, Number number, int base, std::size_t digits) noexcept {
   std::array<char, 24> buffer{};
-  const char* end =
-      std::to_chars(buffer.data(), buffer.data() + buffer.size(), number, base).ptr;
+  const char* end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number, base).ptr;
   const auto size = static_cast<std::size_t>(end - buffer.data());
   if (digits > size) text.add(kZeros.substr(0, digits - size));
   return text.add({buffer.data(), size});
