@@ -155,11 +155,34 @@ int QVAuthorization::runThroughSession(const std::string& tool,
 }
 
 bool QVAuthorization::runTool(const std::string& tool, const std::vector<std::string>& parameters) {
-  if (isSuperuser()) {
-    QVTaskEx::runTaskAndReturn(tool, parameters);
-    return true;
+  if (!isSuperuser()) return authExecTask(tool, parameters) == 0;
+  startAsSuperuser(tool, parameters);
+  return true;
+}
+
+// As authExecTask, but in order for the superuser too.
+int QVAuthorization::execFileTool(const std::string& tool,
+                                  const std::vector<std::string>& parameters) {
+  if (!isSuperuser() || !file_system::exists(tool)) return authExecTask(tool, parameters);
+  startAsSuperuser(tool, parameters);
+  return 0;
+}
+
+void QVAuthorization::startAsSuperuser(const std::string& tool,
+                                       const std::vector<std::string>& parameters) {
+  if (!startInOrder(tool, parameters)) QVTaskEx::runTaskAndReturn(tool, parameters);
+}
+
+bool QVAuthorization::startInOrder(const std::string& tool,
+                                   const std::vector<std::string>& parameters) {
+  if (ownTools_ == nullptr) {
+    std::shared_ptr<Session> made = Session::create().session;
+    if (made == nullptr || made->askForRights() != Outcome::granted) return false;
+    ownTools_ = std::move(made);
   }
-  return authExecTask(tool, parameters) == 0;
+  const int status = ownTools_->execute(tool, parameters, Output::discarded).status;
+  if (status == platform::privilege::kSessionLost) ownTools_ = nullptr;
+  return status == 0;
 }
 
 bool QVAuthorization::authRemoveFile(const Path& path) {
@@ -167,7 +190,7 @@ bool QVAuthorization::authRemoveFile(const Path& path) {
     console::log("Unable to delete path %@ because it is a system directory.", path);
     return false;
   }
-  return isUsable(path) && authExecTask(kRemove, {"-Rdf", *path}) == 0;
+  return isUsable(path) && execFileTool(kRemove, {"-Rdf", *path}) == 0;
 }
 
 bool QVAuthorization::authMoveFile(const Path& oldPath, const Path& newPath) {
@@ -236,7 +259,7 @@ bool QVAuthorization::authTrashFile(const Path& path, bool deleteOnRootAccount) 
 
 bool QVAuthorization::trashEntry(const std::string& path, bool deleteOnRootAccount) {
   if (deleteOnRootAccount && !userDirectory_ && isSuperuser()) {
-    return authExecTask(kRemove, {"-R", "-f", path}) == 0;
+    return execFileTool(kRemove, {"-R", "-f", path}) == 0;
   }
   return authTrashFile(path);
 }

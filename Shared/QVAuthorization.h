@@ -9,8 +9,9 @@
 #include "platform/Privilege.h"
 
 // The one session with administrator's rights of this process, and the file operations that run
-// through it. Each operation is a fixed command line of a standard system tool. As the superuser
-// no session is needed and the tools run directly; who the user is is asked anew at each call.
+// through it. Each operation is a fixed command line of a standard system tool. The superuser needs
+// nobody's leave; who the user is is asked anew at each call. Tools on overlapping paths run one
+// after the other, in the order of the calls, the superuser's too.
 //
 // The operations return as soon as their tool is started and do not tell how it ended: a caller
 // that needs the result waits for it on disk. Refusals are reported on the console, not in the log.
@@ -103,12 +104,17 @@ class QVAuthorization : public NeverReleased<QVAuthorization> {
 
   QVAuthorization* initialise(bool withGUI);
   bool runTool(const std::string& tool, const std::vector<std::string>& parameters);
+  int execFileTool(const std::string& tool, const std::vector<std::string>& parameters);
+  void startAsSuperuser(const std::string& tool, const std::vector<std::string>& parameters);
+  bool startInOrder(const std::string& tool, const std::vector<std::string>& parameters);
   int runThroughSession(const std::string& tool, const std::vector<std::string>& parameters,
                         bool async);
   Path trashPathFor(const std::string& path) const;
   bool trashEntry(const std::string& path, bool deleteOnRootAccount);
 
   std::shared_ptr<Session> authRef_;
+  // What puts the superuser's own tools in order; made when the first is run.
+  std::shared_ptr<Session> ownTools_;
   bool hasGUI_ = false;
   // The home of the user who made the session; none when that was the superuser.
   std::optional<std::string> userDirectory_;

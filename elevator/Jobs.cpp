@@ -1,7 +1,6 @@
 #include "elevator/Jobs.h"
 
 #include <syslog.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -27,6 +26,7 @@ int Jobs::add(Job job) {
   job.paths = namedPaths({job.words.begin() + 1, job.words.end()});
   job.blockers = static_cast<std::size_t>(std::ranges::count_if(
       jobs_, [&job](const Job& earlier) { return overlap(job.paths, earlier.paths); }));
+  if (job.blockers > 0) job.output = FileDescriptor();
   if (job.blockers == 0 && running_ < kMostRunning) {
     const int status = start(job);
     if (status != 0) return status;
@@ -60,15 +60,22 @@ void Jobs::finish(int process) {
   startWhatMay();
 }
 
-void Jobs::remove(Place job, int status) {
-  const TermStatus end = status;
-  // It fails only when the reader is gone, who needs no report.
-  if (job->report) [[maybe_unused]]
-    const ssize_t written = ::write(job->report.get(), &end, sizeof end);
+void Jobs::remove(Place job, TermStatus status) {
+  if (job->report) {
+    report(job->report, status);
+  } else {
+    remember(*job, status);
+  }
   for (auto later = std::next(job); later != jobs_.end(); ++later) {
     if (overlap(later->paths, job->paths)) --later->blockers;
   }
   jobs_.erase(job);
+}
+
+void Jobs::remember(const Job& job, TermStatus status) {
+  for (const auto& observer : job.observers) observer->note(status);
+  ended_.push_back({job.paths, status});
+  if (ended_.size() > kMostRemembered) ended_.pop_front();
 }
 
 void Jobs::startWhatMay() {
@@ -86,8 +93,15 @@ void Jobs::startWhatMay() {
   }
 }
 
-void Jobs::observe(const std::shared_ptr<FileDescriptor>& observer) {
-  for (Job& job : jobs_) job.observers.push_back(observer);
+void Jobs::observe(const std::string& path, FileDescriptor report) {
+  const auto paths = namedPaths({path});
+  const auto last = std::find_if(ended_.rbegin(), ended_.rend(),
+                                 [&](const Ended& each) { return overlap(each.paths, paths); });
+  const auto observer =
+      std::make_shared<Observer>(std::move(report), last == ended_.rend() ? 0 : last->status);
+  for (Job& job : jobs_) {
+    if (overlap(job.paths, paths)) job.observers.push_back(observer);
+  }
 }
 
 std::vector<int> Jobs::running() const {
@@ -102,7 +116,7 @@ std::vector<int> Jobs::reports() const {
   std::vector<int> pipes;
   for (const Job& job : jobs_) {
     if (job.report) pipes.push_back(job.report.get());
-    for (const auto& observer : job.observers) pipes.push_back(observer->get());
+    for (const auto& observer : job.observers) pipes.push_back(observer->pipe());
   }
   return pipes;
 }

@@ -2,11 +2,13 @@
 
 #include <sys/types.h>
 
+#include <deque>
 #include <list>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "elevator/Observer.h"
 #include "elevator/Tool.h"
 #include "platform/linux/FileDescriptor.h"
 
@@ -22,8 +24,8 @@ struct Job {
   FileDescriptor output;
   // Where the end is reported; nowhere when empty.
   FileDescriptor report;
-  // Closed when nothing holds them any more: that is how observers learn of the end.
-  std::vector<std::shared_ptr<FileDescriptor>> observers;
+  // Who waits for it; each reports when nothing holds it any more.
+  std::vector<std::shared_ptr<Observer>> observers;
 
   std::vector<std::string> paths;
   // Earlier jobs that name overlapping paths and have not ended.
@@ -39,14 +41,17 @@ class Jobs {
   static constexpr std::size_t kMostRunning = 16;
   static constexpr std::size_t kMostWaiting = 4096;
   static constexpr std::size_t kMostWaitingBytes = 32U << 20;
+  // How many that have ended are remembered for observers who come later.
+  static constexpr std::size_t kMostRemembered = 64;
 
   bool hasRoomFor(const Job& job) const;
   // Takes a job and starts it now if it may start; answers 0 or why it could not be started.
   int add(Job job);
   // Reports the end of the job whose process descriptor this is, and starts what waited for it.
   void finish(int process);
-  // Lets `observer` be closed when all jobs of now have ended.
-  void observe(const std::shared_ptr<FileDescriptor>& observer);
+  // Reports on `report` how the last of the jobs of now that name an overlapping path ended, once
+  // they all have. Those whose end is reported to their asker are waited for but do not count.
+  void observe(const std::string& path, FileDescriptor report);
 
   bool hasWaiting() const { return running_ < jobs_.size(); }
   // The process descriptors of the jobs that run.
@@ -56,13 +61,20 @@ class Jobs {
 
  private:
   using Place = std::list<Job>::iterator;
+  struct Ended {
+    std::vector<std::string> paths;
+    TermStatus status;
+  };
 
   static std::size_t bytesOf(const Job& job);
   int start(Job& job);
   void startWhatMay();
-  void remove(Place job, int status);
+  void remove(Place job, TermStatus status);
+  // Keeps in mind how it ended, and tells those who wait.
+  void remember(const Job& job, TermStatus status);
 
   std::list<Job> jobs_;
+  std::deque<Ended> ended_;
   std::size_t running_ = 0;
   std::size_t waitingBytes_ = 0;
 };

@@ -26,8 +26,19 @@ bool takeMagic(std::string_view& packet) {
   return take(packet, magic) && magic == kMagic;
 }
 
-bool isCommand(Kind kind) {
-  return kind == Kind::run || kind == Kind::runPiped;
+// Whether a request of that kind says so much.
+bool fit(Kind kind, const std::vector<std::string>& words) {
+  switch (kind) {
+    case Kind::run:
+    case Kind::runPiped:
+      return !words.empty() && words.front().starts_with('/');
+    case Kind::observe:
+      return words.size() == 1 && words.front().starts_with('/');
+    case Kind::hello:
+    case Kind::newChannel:
+      return words.empty();
+  }
+  return false;
 }
 
 // Splits a text in which every word ends in a zero byte.
@@ -75,8 +86,7 @@ std::optional<Request> parseRequest(std::string_view packet) {
   }
   request.kind = static_cast<Kind>(kind);
   auto words = takeWords(packet);
-  if (!words || words->empty() == isCommand(request.kind)) return {};
-  if (isCommand(request.kind) && !words->front().starts_with('/')) return {};
+  if (!words || !fit(request.kind, *words)) return {};
   request.words = std::move(*words);
   return request;
 }

@@ -27,19 +27,24 @@ enum class Kind : std::uint32_t {
   // Runs a command and lets its output go nowhere. Reply: status 0 when it was accepted.
   run = 2,
   // The same; the reply carries the reading ends of two pipes: the command's standard output, and
-  // one on which its end is reported as one TermStatus.
+  // one on which its end is reported as one TermStatus. The output of a command that must wait for
+  // an earlier one ends at once, so that nobody who reads it stands as long as that one runs.
   runPiped = 3,
   // Asks for a channel for a child of the asker. The reply carries it.
   newChannel = 4,
-  // Asks to be told when every command accepted so far, on whatever channel, has ended. The reply
-  // carries the reading end of a pipe that reaches its end then.
+  // Asks what became of the commands of the kind `run` that name an overlapping path, accepted so
+  // far on whatever channel. The reply carries the reading end of a pipe on which one TermStatus
+  // comes, that of the command that ended last, as soon as no such command, nor one of the kind
+  // `runPiped`, is left that has not ended: at once when there is none. 0 when there was none; what
+  // ended long ago is forgotten.
   observe = 5,
 };
 
 struct Request {
   Kind kind = Kind::hello;
   std::uint32_t id = 0;
-  // Of a command: the absolute path of its tool, then its arguments. Else empty.
+  // Of a command: the absolute path of its tool, then its arguments. Of an observation: the
+  // absolute path. Else empty.
   std::vector<std::string> words;
 };
 

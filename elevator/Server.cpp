@@ -103,7 +103,7 @@ Server::Answer Server::answer(const Request& request) {
     case Kind::newChannel:
       return openChannel();
     case Kind::observe:
-      return observe();
+      return observe(request);
   }
   return {EINVAL, {}};
 }
@@ -142,10 +142,10 @@ Server::Answer Server::openChannel() {
   return result;
 }
 
-Server::Answer Server::observe() {
+Server::Answer Server::observe(const Request& request) {
   PipeEnds pipe = makePipe();
   if (!pipe.reading) return {errno, {}};
-  jobs_.observe(std::make_shared<FileDescriptor>(std::move(pipe.writing)));
+  jobs_.observe(request.words.front(), std::move(pipe.writing));
   Answer result;
   result.descriptors.push_back(std::move(pipe.reading));
   return result;

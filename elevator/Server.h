@@ -44,7 +44,7 @@ class Server {
   Answer answer(const Request& request);
   Answer runCommand(const Request& request);
   Answer openChannel();
-  Answer observe();
+  Answer observe(const Request& request);
 
   std::vector<Channel> channels_;
   Jobs jobs_;

@@ -15,6 +15,8 @@ namespace followup {
 namespace {
 
 constexpr std::chrono::milliseconds kRetryInterval(100);
+// Who waits for a detachment waits for five seconds.
+constexpr std::chrono::seconds kBusyLimit(4);
 
 struct Order {
   std::string path;
@@ -67,12 +69,14 @@ bool isMounted(const std::string& path) {
   return isMountPoint(path, mountInfo);
 }
 
-int unmountWhileMounted(const std::string& mountPoint, bool retry) {
+int unmountWhileMounted(const std::string& mountPoint, bool force) {
+  const auto end = std::chrono::steady_clock::now() + kBusyLimit;
   for (;;) {
-    const UnmountResult result = unmount(mountPoint);
+    const bool late = force && std::chrono::steady_clock::now() >= end;
+    const UnmountResult result = unmount(mountPoint, late ? Manner::lazy : Manner::ordinary);
     // Somebody else may have been faster.
     if (result.done || !isMounted(mountPoint)) return 0;
-    if (!result.busy || !retry) {
+    if (!result.busy || !force || late) {
       say(result.message);
       return kFailure;
     }

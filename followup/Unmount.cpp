@@ -15,11 +15,14 @@ using platform::Task;
 
 constexpr std::string_view kBusy = "target is busy.";
 
-std::vector<std::string> arguments(const std::string& mountPoint) {
+std::vector<std::string> arguments(const std::string& mountPoint, Manner manner) {
+  std::vector<std::string> words;
+  if (manner == Manner::lazy) words.emplace_back("--lazy");
   // The path is followed no further than we have looked. Only root may ask for that; for everybody
   // else the tool looks itself, with that person's rights.
-  if (::geteuid() == 0) return {"--no-canonicalize", "--", mountPoint};
-  return {"--", mountPoint};
+  if (::geteuid() == 0) words.emplace_back("--no-canonicalize");
+  words.insert(words.end(), {"--", mountPoint});
+  return words;
 }
 
 std::string readToEnd(platform::Pipe& pipe) {
@@ -33,10 +36,10 @@ std::string readToEnd(platform::Pipe& pipe) {
 
 }  // namespace
 
-UnmountResult unmount(const std::string& mountPoint) {
+UnmountResult unmount(const std::string& mountPoint, Manner manner) {
   const auto task = Task::create();
   task->setLaunchPath("/usr/bin/umount");
-  task->setArguments(arguments(mountPoint));
+  task->setArguments(arguments(mountPoint, manner));
   // Its words are compared, so it speaks no other language.
   task->setEnvironment({{"LC_ALL", "C"}});
   task->setStandardInput(Task::End::nullDevice);

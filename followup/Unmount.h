@@ -13,8 +13,14 @@ struct UnmountResult {
   std::string message;
 };
 
+enum class Manner {
+  ordinary,
+  // Out of the tree of files at once; who has a file of it open can still read that.
+  lazy,
+};
+
 // Has the system's own tool unmount what is mounted at `mountPoint`, which has no links in it. The
 // tool knows what an ordinary user may unmount and what else is to be cleared away with it.
-UnmountResult unmount(const std::string& mountPoint);
+UnmountResult unmount(const std::string& mountPoint, Manner manner);
 
 }  // namespace followup

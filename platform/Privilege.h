@@ -7,7 +7,7 @@
 #include <vector>
 
 // The administrator's rights of this process: how they are obtained, and how a tool is run with
-// them. The superuser needs none of this and never comes here.
+// them. The superuser has them, and comes here for the order in which tools run.
 namespace platform::privilege {
 
 // What became of a request for the administrator's rights.
@@ -76,7 +76,7 @@ class Session {
   virtual ~Session() = default;
 
   // Obtains the rights through the desktop's authentication dialog. Blocks while the person thinks,
-  // for at most five minutes. As superuser, who would hand the session down, nobody is asked.
+  // for at most five minutes. As superuser nobody is asked.
   virtual Outcome askForRights() = 0;
   // Obtains the rights with a name and a password; no dialog is ever shown. Blocks for at most
   // thirty seconds.
@@ -86,7 +86,8 @@ class Session {
   // environment and "/" as its directory. Only a regular file that nobody except the superuser can
   // have changed is run (else EACCES). Returns as soon as the tool is accepted. A tool that names a
   // path inside, above or equal to one of an earlier tool that has not ended starts when that has
-  // ended. A started tool runs to its end, whatever becomes of this process.
+  // ended; its piped output then ends at once, so that nobody who reads it stands as long as that
+  // one runs. A started tool runs to its end, whatever becomes of this process.
   virtual Execution execute(const std::string& tool, const std::vector<std::string>& arguments,
                             Output output) = 0;
 
@@ -98,7 +99,8 @@ class Session {
   virtual int runInheriting(const std::string& program,
                             const std::vector<std::string>& arguments) = 0;
 
-  // Gives the rights back. Tools that run go on. Idempotent.
+  // Gives the rights back. Tools that run go on, and opening what they write no longer waits for
+  // them. Idempotent.
   virtual void end() = 0;
 };
 

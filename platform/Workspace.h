@@ -4,6 +4,11 @@
 #include <vector>
 
 // The desktop as seen by an application: packages, the Trash, registering and opening. Any thread.
+//
+// An item that a tool of ours (platform/Privilege.h) is still writing is registered and opened when
+// that tool has ended, in the order of the calls and also when this process is gone by then; the
+// calls answer true at once. Where the last such tool failed the item is neither registered nor
+// opened, which is told on the console.
 namespace platform::workspace {
 
 // Whether the item is a directory that is shown as one file: it has the extension of a package

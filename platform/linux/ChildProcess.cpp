@@ -28,15 +28,15 @@ bool isInheritable(int end) {
   return flags >= 0 && (flags & FD_CLOEXEC) == 0;
 }
 
-// Where the child's ends lead, and that it has no other descriptor.
+// Where the child's ends lead, and what other descriptors it has.
 class FileActions {
  public:
-  explicit FileActions(const std::array<int, kStandardEnds>& ends) {
+  explicit FileActions(const ChildProgram& program) {
     check(::posix_spawn_file_actions_init(&actions_), "file actions");
     for (int target = 0; target < kStandardEnds; ++target) {
-      check(lead(target, ends[static_cast<std::size_t>(target)]), "file actions");
+      check(lead(target, program.ends[static_cast<std::size_t>(target)]), "file actions");
     }
-    check(::posix_spawn_file_actions_addclosefrom_np(&actions_, kStandardEnds), "file actions");
+    keep(program.further);
   }
   ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
   FileActions(const FileActions&) = delete;
@@ -45,6 +45,20 @@ class FileActions {
   const posix_spawn_file_actions_t* get() const noexcept { return &actions_; }
 
  private:
+  // They are taken out of the way first, so that none is overwritten before it is moved itself.
+  void keep(const std::vector<int>& descriptors) {
+    const int end = kStandardEnds + static_cast<int>(descriptors.size());
+    for (const int each : descriptors) {
+      aside_.emplace_back(::fcntl(each, F_DUPFD_CLOEXEC, end));
+      check(aside_.back() ? 0 : errno, "descriptors");
+    }
+    for (int target = kStandardEnds; target < end; ++target) {
+      const int source = aside_[static_cast<std::size_t>(target - kStandardEnds)].get();
+      check(::posix_spawn_file_actions_adddup2(&actions_, source, target), "file actions");
+    }
+    check(::posix_spawn_file_actions_addclosefrom_np(&actions_, end), "file actions");
+  }
+
   int lead(int target, int source) {
     if (source >= 0) return ::posix_spawn_file_actions_adddup2(&actions_, source, target);
     if (source == ChildProgram::kInherited && isInheritable(target)) return 0;
@@ -53,6 +67,7 @@ class FileActions {
   }
 
   posix_spawn_file_actions_t actions_;
+  std::vector<FileDescriptor> aside_;
 };
 
 // Every signal at its default and none blocked, whatever this process does with its own.
@@ -87,7 +102,7 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
 }
 
 pid_t spawn(const ChildProgram& program) {
-  const FileActions actions(program.ends);
+  const FileActions actions(program);
   const Attributes attributes;
   const std::vector<char*> arguments = pointers(program.arguments);
   std::vector<char*> environment;

@@ -41,6 +41,8 @@ struct ChildProgram {
   static constexpr int kInherited = -1;
   static constexpr int kNullDevice = -2;
   std::array<int, 3> ends = {kInherited, kInherited, kInherited};
+  // Descriptors of ours that become the child's third, fourth and so on; it has no others.
+  std::vector<int> further = {};
 };
 
 // A running or ended child. Thread-safe. When it is destroyed while the child runs, the child goes

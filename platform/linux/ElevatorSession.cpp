@@ -11,6 +11,8 @@
 #include "elevator/Messages.h"
 #include "platform/linux/Authenticator.h"
 #include "platform/linux/ElevatorStart.h"
+#include "platform/linux/ToolReport.h"
+#include "platform/linux/Writers.h"
 
 namespace platform {
 namespace {
@@ -51,9 +53,7 @@ class ElevatedOutput : public privilege::ToolOutput {
 
   int terminationStatus() override {
     if (!report_) return status_;
-    elevator::TermStatus status = 0;
-    const std::span<std::byte> bytes(reinterpret_cast<std::byte*>(&status), sizeof status);
-    if (readSome(report_, bytes) == sizeof status) status_ = status;
+    status_ = takeReport(report_);
     report_ = FileDescriptor();
     return status_;
   }
@@ -61,15 +61,18 @@ class ElevatedOutput : public privilege::ToolOutput {
  private:
   FileDescriptor output_;
   FileDescriptor report_;
-  int status_ = -1;
+  int status_ = kUnknownEnd;
 };
 
 }  // namespace
 
 ElevatorSession::ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevatorsEnd)
-    : channel_(std::move(ownEnd)), elevatorsEnd_(std::move(elevatorsEnd)) {}
+    : channel_(std::move(ownEnd)), elevatorsEnd_(std::move(elevatorsEnd)) {
+  writers::add(*this);
+}
 
 ElevatorSession::~ElevatorSession() {
+  writers::remove(*this);
   ElevatorSession::end();
 }
 
@@ -104,9 +107,18 @@ Execution ElevatorSession::execute(const std::string& tool,
   if (elevatorsEnd_) return {privilege::kSessionLost, nullptr};
   auto answer = channel_.ask(piped ? elevator::Kind::runPiped : elevator::Kind::run,
                              std::move(words), piped ? 2 : 0);
+  if (answer.status == 0) hasRunTools_ = true;
   if (answer.status != 0 || !piped) return {answer.status, nullptr};
   return {0, std::make_shared<ElevatedOutput>(std::move(answer.descriptors[0]),
                                               std::move(answer.descriptors[1]))};
+}
+
+ElevatorSession::Observation ElevatorSession::observe(const std::string& path) {
+  if (!hasRunTools_) return {};
+  const std::lock_guard lock(mutex_);
+  auto answer = channel_.ask(elevator::Kind::observe, {path}, 1);
+  if (answer.status != 0) return {FileDescriptor(), true};
+  return {std::move(answer.descriptors[0]), false};
 }
 
 FileDescriptor ElevatorSession::newChannel() {
@@ -138,6 +150,7 @@ int ElevatorSession::runInheriting(const std::string& program,
 
 void ElevatorSession::end() {
   const std::lock_guard lock(mutex_);
+  hasRunTools_ = false;
   channel_.close();
   elevatorsEnd_ = FileDescriptor();
   elevator_.reset();

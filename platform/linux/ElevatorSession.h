@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -30,10 +31,22 @@ class ElevatorSession : public privilege::Session {
   int runInheriting(const std::string& program, const std::vector<std::string>& arguments) override;
   void end() override;
 
+  struct Observation {
+    // Where the status of the last tool on a path comes once all have ended, see ToolReport.h;
+    // empty when this session has run no tool, or was lost.
+    FileDescriptor report;
+    // Whether nobody knows any more what became of the tools.
+    bool lost = false;
+  };
+  // What becomes of the tools that name a path overlapping `path` and whose output is discarded.
+  Observation observe(const std::string& path);
+
  private:
   // A channel for a child; empty when the elevator gives none.
   FileDescriptor newChannel();
 
+  // Whether there is anything to observe; the lock may be held while a person thinks.
+  std::atomic<bool> hasRunTools_ = false;
   // Guards everything below: a request and its reply belong together.
   std::mutex mutex_;
   ElevatorChannel channel_;

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/Bundle.h"
 #include "platform/linux/PolkitPresence.h"
 
 namespace platform {
@@ -32,10 +33,20 @@ std::vector<std::string> environment() {
   return result;
 }
 
+bool isInstalled() {
+  return ::access(QV_ELEVATOR_PATH, F_OK) == 0;
+}
+
+// For the superuser, who needs nobody's leave, the one that stands beside this program will do.
+std::string superusersElevator() {
+  if (isInstalled()) return QV_ELEVATOR_PATH;
+  return Bundle::main().auxiliaryPath("qv-elevator").value_or(std::string());
+}
+
 ChildProgram program(const FileDescriptor& channel) {
   ChildProgram result;
   if (::getuid() == 0) {
-    result.path = QV_ELEVATOR_PATH;
+    result.path = superusersElevator();
     result.arguments = {result.path};
   } else {
     result.path = kPkexec;
@@ -79,10 +90,10 @@ bool isHello(ElevatorChannel& channel, const ChildProcess& child) {
 }  // namespace
 
 bool canStartElevator() {
-  if (::access(QV_ELEVATOR_PATH, F_OK) != 0) return false;
+  if (::getuid() == 0) return !superusersElevator().empty();
   // Once asked, pkexec waits for an answer as long as it takes: not even asked is a service that
   // does not answer anything.
-  return ::getuid() == 0 || polkitAnswers(kPresenceLimit);
+  return isInstalled() && polkitAnswers(kPresenceLimit);
 }
 
 Outcome startElevator(ElevatorChannel& channel, FileDescriptor elevatorsEnd,

@@ -10,8 +10,8 @@
 
 namespace platform {
 
-// Whether the elevator is installed and those who decide about it answer; blocks for some seconds
-// at most.
+// Whether the elevator is installed, or for the superuser stands in the bundle, and those who
+// decide about it answer; blocks for some seconds at most.
 bool canStartElevator();
 
 // Starts the elevator with `elevatorsEnd` as its standard input, as root through pkexec(1),

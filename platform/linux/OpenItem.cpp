@@ -23,14 +23,16 @@ std::vector<std::string> commandOf(const Bundle& application) {
   return {"start", *program};
 }
 
-bool exists(const std::string& path) {
-  return path.starts_with('/') && file_system::exists(path);
+bool isAbsolute(const std::string& path) {
+  return path.starts_with('/');
 }
 
 }  // namespace
 
 bool open(const std::string& path) {
-  if (!exists(path)) return false;
+  if (!isAbsolute(path)) return false;
+  if (const auto held = followup::heldBack({"open", path}, {path})) return *held;
+  if (!file_system::exists(path)) return false;
   const std::optional<Bundle> bundle = Bundle::at(path);
   if (!bundle || !isApplication(path, *bundle)) return followup::run({"open-file", path});
   const std::vector<std::string> command = commandOf(*bundle);
@@ -38,7 +40,11 @@ bool open(const std::string& path) {
 }
 
 bool openWithApplication(const std::string& path, const std::string& bundlePath) {
-  if (!exists(path) || !exists(bundlePath)) return false;
+  if (!isAbsolute(path) || !isAbsolute(bundlePath)) return false;
+  if (const auto held = followup::heldBack({"open-with", bundlePath, path}, {bundlePath, path})) {
+    return *held;
+  }
+  if (!file_system::exists(path) || !file_system::exists(bundlePath)) return false;
   const std::optional<Bundle> bundle = Bundle::at(bundlePath);
   std::vector<std::string> command = bundle ? commandOf(*bundle) : std::vector<std::string>{};
   if (command.empty()) return false;
@@ -47,8 +53,10 @@ bool openWithApplication(const std::string& path, const std::string& bundlePath)
 }
 
 bool openWithBundleIdentifier(const std::string& path, const std::string& identifier) {
-  if (!exists(path) || !desktop_entry::isFileNameSafe(identifier)) return false;
-  return followup::run({"open-file-with", identifier, path});
+  if (!isAbsolute(path) || !desktop_entry::isFileNameSafe(identifier)) return false;
+  const std::vector<std::string> verb = {"open-file-with", identifier, path};
+  if (const auto held = followup::heldBack(verb, {path})) return *held;
+  return file_system::exists(path) && followup::run(verb);
 }
 
 }  // namespace platform::workspace

@@ -12,6 +12,7 @@
 #include "platform/Task.h"
 #include "platform/Workspace.h"
 #include "platform/linux/DesktopEntry.h"
+#include "platform/linux/Followup.h"
 
 namespace platform::workspace {
 namespace {
@@ -62,8 +63,10 @@ bool writeEntry(const std::string& file, const std::string& entry) {
 }  // namespace
 
 bool registerApplication(const std::string& bundlePath) {
+  if (!bundlePath.starts_with('/')) return false;
+  if (const auto held = followup::heldBack({"register", bundlePath}, {bundlePath})) return *held;
   const std::optional<Bundle> bundle = Bundle::at(bundlePath);
-  if (!bundle || !bundlePath.starts_with('/')) return false;
+  if (!bundle) return false;
   const auto application = desktop_entry::describing(*bundle);
   if (!application || !file_system::isExecutable(application->executable)) return false;
   const std::optional<std::string> entry = desktop_entry::serialized(*application);

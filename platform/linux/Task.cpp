@@ -81,7 +81,7 @@ class LinuxTask : public Task {
     const std::lock_guard lock(mutex_);
     return launched_.readingEnds[index];
   }
-  ChildProgram program() const;
+  ChildProgram program(const ToolCommand& command) const;
   Launched started(ChildProgram program) const;
   std::string whyNotStarted(const std::error_code& error) const;
 
@@ -99,10 +99,11 @@ class LinuxTask : public Task {
   bool terminationAsked_ = false;
 };
 
-ChildProgram LinuxTask::program() const {
+ChildProgram LinuxTask::program(const ToolCommand& command) const {
   ChildProgram program = {
-      .path = resolvedTool(launchPath_), .arguments = arguments_, .environment = std::nullopt};
+      .path = command.path, .arguments = command.arguments, .environment = std::nullopt};
   program.arguments.insert(program.arguments.begin(), program.path);
+  for (const FileDescriptor& each : command.descriptors) program.further.push_back(each.get());
   if (environment_) program.environment = assignments(*environment_);
   std::ranges::for_each(program.arguments, refuseNullCharacter);
   if (program.environment) std::ranges::for_each(*program.environment, refuseNullCharacter);
@@ -135,7 +136,8 @@ LinuxTask::Launched LinuxTask::started(ChildProgram program) const {
 void LinuxTask::launch() {
   if (launchedChild() != nullptr) throw invalidArgument("the task was launched before");
   try {
-    Launched launched = started(program());
+    const ToolCommand command = toolCommand(launchPath_, arguments_);
+    Launched launched = started(program(command));
     const std::lock_guard lock(mutex_);
     launched_ = std::move(launched);
     if (terminationAsked_) launched_.child->terminate();

@@ -2,13 +2,17 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <optional>
 #include <string_view>
 
 #include "platform/Bundle.h"
+#include "platform/linux/FollowupTurns.h"
 
 namespace platform {
 namespace {
+
+constexpr char kDiskImageTool[] = "/usr/bin/hdiutil";
 
 bool exists(const std::string& path) {
   return ::access(path.c_str(), F_OK) == 0;
@@ -25,7 +29,7 @@ std::optional<std::string> systemProgram(std::string_view name) {
 
 std::optional<std::string> equivalent(const std::string& namedPath) {
   // Its "detach PATH [-force]"; nothing else of it is known here.
-  if (namedPath == "/usr/bin/hdiutil") return Bundle::main().auxiliaryPath("followup");
+  if (namedPath == kDiskImageTool) return Bundle::main().auxiliaryPath("followup");
   if (namedPath == "/usr/sbin/chown") return systemProgram("chown");
   return std::nullopt;
 }
@@ -35,6 +39,19 @@ std::optional<std::string> equivalent(const std::string& namedPath) {
 std::string resolvedTool(const std::string& namedPath) {
   if (exists(namedPath)) return namedPath;
   return equivalent(namedPath).value_or(namedPath);
+}
+
+ToolCommand toolCommand(const std::string& namedPath, const std::vector<std::string>& arguments) {
+  ToolCommand command{resolvedTool(namedPath), arguments, {}};
+  if (namedPath != kDiskImageTool || command.path == namedPath) return command;
+  const auto image = std::ranges::find_if(
+      arguments, [](const std::string& word) { return word.starts_with('/'); });
+  if (image == arguments.end()) return command;
+  followup::Turn turn = followup::turnOf(arguments, {*image});
+  if (!turn.isLater) return command;
+  command.arguments = std::move(turn.arguments);
+  command.descriptors = std::move(turn.descriptors);
+  return command;
 }
 
 }  // namespace platform

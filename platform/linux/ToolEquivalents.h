@@ -1,6 +1,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "platform/linux/FileDescriptor.h"
 
 namespace platform {
 
@@ -8,5 +11,16 @@ namespace platform {
 // its place when nothing exists at the named path, else the named path. The equivalent takes the
 // same arguments. Any thread.
 std::string resolvedTool(const std::string& namedPath);
+
+// What is started for a tool and its arguments: the program, what follows its name, and what it has
+// from its third descriptor on. An image is detached after the tools of this process that still
+// read from it or write to it, also when the caller ends the program before. Make it right before
+// the start. Any thread.
+struct ToolCommand {
+  std::string path;
+  std::vector<std::string> arguments;
+  std::vector<FileDescriptor> descriptors;
+};
+ToolCommand toolCommand(const std::string& namedPath, const std::vector<std::string>& arguments);
 
 }  // namespace platform

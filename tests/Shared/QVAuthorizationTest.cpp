@@ -2,11 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -16,6 +19,7 @@
 
 #include "tests/support/ChildProgram.h"
 #include "tests/support/ConsoleOf.h"
+#include "tests/support/HeldTool.h"
 #include "tests/support/Polkit.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/Sandbox.h"
@@ -336,6 +340,49 @@ TEST_F(QVAuthorizationAsSuperuserTest, EveryEntryIsAttemptedThoughOneFails) {
   EXPECT_TRUE(appears(trash_ + "/c"));
 }
 
+// Across file systems a move copies and removes; a copy in the middle of it would merge.
+TEST_F(QVAuthorizationAsSuperuserTest, ASlowMoveAndACopyOntoItsPlaceLoseNothing) {
+  constexpr std::ptrdiff_t kFiles = 500;
+  const std::string other = sandbox_.mountTmpfs("other");
+  const std::string place = sandbox_.makeDirectory("place");
+  for (std::ptrdiff_t i = 0; i < kFiles; ++i) {
+    sandbox_.makeFile("place/A.app/old" + std::to_string(i), "old");
+    sandbox_.makeFile("new/A.app/new" + std::to_string(i), "new");
+  }
+  QVAuthorization& session = QVAuthorization::sharedController();
+  EXPECT_TRUE(session.authMoveFile(place + "/A.app", other + "/A.app"));
+  EXPECT_TRUE(session.authCopyFile(sandbox_.path("new/A.app"), place));
+  const auto count = [](const std::string& folder) {
+    std::error_code missing;
+    return std::distance(fs::directory_iterator(folder, missing), {});
+  };
+  EXPECT_TRUE(waitFor([&] { return fs::exists(place + "/A.app/new0"); }));
+  EXPECT_EQ(count(other + "/A.app"), kFiles);
+  EXPECT_TRUE(waitFor([&] { return count(place + "/A.app") == kFiles; }));
+  EXPECT_FALSE(fs::exists(place + "/A.app/old0"));
+}
+
+TEST_F(QVAuthorizationAsSuperuserTest, WithoutTheElevatorTheToolsRunAllTheSame) {
+  ASSERT_EQ(::mount("/dev/null", QV_TEST_ELEVATOR, nullptr, MS_BIND, nullptr), 0);
+  const std::string file = sandbox_.makeFile("a.txt");
+  EXPECT_TRUE(QVAuthorization::sharedController().authMoveFile(file, sandbox_.path("b.txt")));
+  EXPECT_TRUE(appears(sandbox_.path("b.txt")));
+  EXPECT_TRUE(QVAuthorization::sharedController().authRemoveFile(sandbox_.path("b.txt")));
+  EXPECT_TRUE(disappears(sandbox_.path("b.txt")));
+}
+
+TEST_F(QVAuthorizationAsSuperuserTest, TheToolsAreRunThoughTheElevatorIsKilledInBetween) {
+  const std::vector<pid_t> before = test::childIds();
+  QVAuthorization& session = QVAuthorization::sharedController();
+  for (const char* name : {"first", "second", "third"}) {
+    EXPECT_TRUE(session.authCreateDir(sandbox_.path(name)));
+    EXPECT_TRUE(appears(sandbox_.path(name))) << name;
+    for (const pid_t child : test::childIds()) {
+      if (!std::ranges::count(before, child)) ::kill(child, SIGKILL);
+    }
+  }
+}
+
 // --- Refusals ---
 
 TEST_F(QVAuthorizationAsSuperuserTest, SystemDirectoriesAreRefused) {
@@ -523,6 +570,21 @@ TEST_F(QVAuthorizationSessionTest, AWaitedRunReturnsAfterTheToolWithSuccessWhate
     EXPECT_EQ(session.authExecTask("/bin/false", {}, false), 0);
     EXPECT_EQ(session.authExecTask("/bin/false", {}), 0);
   });
+}
+
+TEST_F(QVAuthorizationSessionTest, AWaitedRunOnWhatIsStillWrittenWaitsForNobody) {
+  const test::HeldTool held(sandbox_);
+  asUser([&](QVAuthorization& session) {
+    EXPECT_EQ(session.authExecTask("/bin/sh", {"-c", held.script(), "sh", protected_ + "/A.app"}),
+              0);
+    const std::string made = protected_ + "/A.app/made";
+    EXPECT_EQ(session.authExecTask("/bin/mkdir", {"-p", made}, false), 0);
+    EXPECT_FALSE(fs::exists(made));
+    EXPECT_EQ(session.authExecTask("/bin/mkdir", {protected_ + "/other"}, false), 0);
+    EXPECT_TRUE(fs::exists(protected_ + "/other")) << "another one is waited for";
+  });
+  held.release();
+  EXPECT_TRUE(appears(protected_ + "/A.app/made"));
 }
 
 TEST_F(QVAuthorizationSessionTest, OutputThatNobodyReadsStopsNoTool) {

@@ -29,11 +29,20 @@ TEST(MessagesTest, ACommandComesThroughAsItIs) {
 }
 
 TEST(MessagesTest, RequestsWithoutACommandComeThrough) {
-  for (const Kind kind : {Kind::hello, Kind::newChannel, Kind::observe}) {
+  for (const Kind kind : {Kind::hello, Kind::newChannel}) {
     const auto request = parseRequest(*encoded(Request{kind, 1, {}}));
     ASSERT_TRUE(request);
     EXPECT_EQ(request->kind, kind);
   }
+}
+
+TEST(MessagesTest, AnObservationNamesOneAbsolutePath) {
+  const auto request = parseRequest(*encoded(Request{Kind::observe, 1, {"/Applications/A.app"}}));
+  ASSERT_TRUE(request);
+  EXPECT_THAT(request->words, ElementsAre("/Applications/A.app"));
+  EXPECT_FALSE(encoded(Request{Kind::observe, 1, {}}));
+  EXPECT_FALSE(encoded(Request{Kind::observe, 1, {"A.app"}}));
+  EXPECT_FALSE(encoded(Request{Kind::observe, 1, {"/A.app", "/B.app"}}));
 }
 
 TEST(MessagesTest, EveryTruncatedPacketIsRefusedUnlessItEndsBehindAWord) {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,6 +23,7 @@
 #include "elevator/Messages.h"
 #include "platform/Privilege.h"
 #include "platform/linux/ElevatorChannel.h"
+#include "tests/support/HeldTool.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
 
@@ -33,6 +33,7 @@ namespace fs = std::filesystem;
 using elevator::Kind;
 using platform::ElevatorChannel;
 using platform::FileDescriptor;
+using test::HeldTool;
 using test::readFile;
 using test::Sandbox;
 using test::waitFor;
@@ -98,6 +99,12 @@ class ServerTest : public testing::Test {
   ElevatorChannel::Answer runPiped(std::vector<std::string> words) {
     return channel_.ask(Kind::runPiped, std::move(words), 2);
   }
+  // Where the end of the tools on a path is reported.
+  FileDescriptor observed(const std::string& path) {
+    auto answer = channel_.ask(Kind::observe, {path}, 1);
+    EXPECT_EQ(answer.status, 0);
+    return answer.status == 0 ? std::move(answer.descriptors[0]) : FileDescriptor();
+  }
   ElevatorChannel::Answer runScript(const std::string& script) {
     return run({"/bin/sh", "-c", script});
   }
@@ -139,19 +146,6 @@ TEST_F(ServerTest, OutputThatGoesNowhereStopsNoTool) {
   EXPECT_TRUE(waitFor([&] { return fs::exists(done); }));
 }
 
-// A tool that does not end before it is told to: it waits for somebody to open a fifo.
-class HeldTool {
- public:
-  explicit HeldTool(const Sandbox& sandbox) : fifo_(sandbox.path("fifo")) {
-    EXPECT_EQ(::mkfifo(fifo_.c_str(), 0600), 0);
-  }
-  std::string script() const { return "read word <" + fifo_ + "; "; }
-  void release() const { std::ofstream(fifo_) << "go\n"; }
-
- private:
-  std::string fifo_;
-};
-
 TEST_F(ServerTest, ToolsOnOverlappingPathsRunOneAfterTheOtherInOrder) {
   const HeldTool held(sandbox_);
   const std::string folder = sandbox_.makeDirectory("folder");
@@ -183,9 +177,7 @@ TEST_F(ServerTest, ASlowMoveAndACopyOntoItsPlaceLoseNothing) {
   fs::create_directory(elsewhere);
   EXPECT_EQ(run({"/bin/mv", "-f", app, elsewhere + "/A.app"}).status, 0);
   EXPECT_EQ(run({"/bin/cp", "-f", "-p", "-R", sandbox_.path("new/A.app"), place}).status, 0);
-  auto observed = channel_.ask(Kind::observe, {}, 1);
-  ASSERT_EQ(observed.status, 0);
-  EXPECT_EQ(readAll(observed.descriptors[0]), "");
+  EXPECT_EQ(reportOn(observed(place)), 0);
   const auto count = [](const std::string& folder) {
     return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
   };
@@ -229,17 +221,105 @@ TEST_F(ServerTest, ItStaysForThoseWhoWaitForAnEnd) {
   EXPECT_TRUE(serverEnds());
 }
 
-TEST_F(ServerTest, AnObserverLearnsWhenAllThatWasAcceptedHasEnded) {
+// --- Observers ---
+
+bool isReadable(const FileDescriptor& pipe) {
+  pollfd entry{pipe.get(), POLLIN, 0};
+  return ::poll(&entry, 1, 0) == 1;
+}
+
+TEST_F(ServerTest, AnObserverLearnsWhenAllOnAPathHaveEndedAndHowTheLastDid) {
   const HeldTool held(sandbox_);
-  EXPECT_EQ(runScript(held.script()).status, 0);
-  auto observed = channel_.ask(Kind::observe, {}, 1);
-  ASSERT_EQ(observed.status, 0);
-  pollfd entry{observed.descriptors[0].get(), POLLIN, 0};
-  EXPECT_EQ(::poll(&entry, 1, 0), 0);
+  const std::string app = sandbox_.makeDirectory("folder/A.app");
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script() + "exit 3", "sh", app + "/inside"}).status, 0);
+  EXPECT_EQ(run({"/bin/sh", "-c", "exit 7", "sh", sandbox_.path("folder")}).status, 0);
+  const FileDescriptor report = observed(app);
+  EXPECT_FALSE(isReadable(report));
   held.release();
-  EXPECT_EQ(::poll(&entry, 1, 10000), 1);
-  auto nothingRuns = channel_.ask(Kind::observe, {}, 1);
-  EXPECT_EQ(readAll(nothingRuns.descriptors[0]), "");
+  EXPECT_EQ(reportOn(report), 7);
+  EXPECT_EQ(readAll(report), "") << "and nothing more";
+  EXPECT_EQ(reportOn(observed(app)), 7) << "it is remembered";
+  EXPECT_EQ(reportOn(observed(app + "/other")), 7) << "the folder was named";
+}
+
+TEST_F(ServerTest, WhatHappensElsewhereDelaysNoObserver) {
+  const HeldTool held(sandbox_);
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", "/no/such/A.app"}).status, 0);
+  EXPECT_EQ(run({"/bin/false", "/no/such/B.app"}).status, 0);
+  const FileDescriptor report = observed("/no/such/C.app");
+  EXPECT_TRUE(isReadable(report));
+  EXPECT_EQ(reportOn(report), 0);
+  held.release();
+}
+
+TEST_F(ServerTest, AnObserverFindsTheItemsThatALinkLeadsTo) {
+  const HeldTool held(sandbox_);
+  const std::string app = sandbox_.makeDirectory("folder/A.app");
+  fs::create_directory_symlink(sandbox_.path("folder"), sandbox_.path("link"));
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", app}).status, 0);
+  const FileDescriptor report = observed(sandbox_.path("link/A.app"));
+  EXPECT_FALSE(isReadable(report));
+  held.release();
+  EXPECT_EQ(reportOn(report), 0);
+}
+
+TEST_F(ServerTest, TheEndThatItsAskerIsToldIsWaitedForButDoesNotCount) {
+  const HeldTool held(sandbox_);
+  const std::string app = sandbox_.makeDirectory("A.app");
+  EXPECT_EQ(run({"/bin/sh", "-c", "exit 2", "sh", app}).status, 0);
+  auto piped = runPiped({"/bin/sh", "-c", held.script(), "sh", app});
+  const FileDescriptor report = observed(app);
+  EXPECT_FALSE(isReadable(report));
+  held.release();
+  EXPECT_EQ(reportOn(piped.descriptors[1]), 0);
+  EXPECT_EQ(reportOn(report), 2);
+}
+
+TEST_F(ServerTest, ReadingTheOutputOfAToolThatMustWaitKeepsNobodyWaiting) {
+  const HeldTool held(sandbox_);
+  const std::string app = sandbox_.makeDirectory("A.app");
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", app}).status, 0);
+  auto piped = runPiped({"/bin/sh", "-c", "echo late; exit 4", "sh", app});
+  EXPECT_EQ(readAll(piped.descriptors[0]), "");
+  held.release();
+  EXPECT_EQ(reportOn(piped.descriptors[1]), 4);
+}
+
+TEST_F(ServerTest, AToolThatCannotBeStartedAfterAllHasFailed) {
+  const HeldTool held(sandbox_);
+  const std::string tool = "/usr/local/bin/qv-test-" + std::to_string(::getpid());
+  fs::copy_file("/bin/true", tool);
+  const std::string path = sandbox_.path("x");
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", path}).status, 0);
+  std::ofstream(tool, std::ios::trunc) << "no program";
+  EXPECT_EQ(run({tool, path}).status, 0);
+  const FileDescriptor report = observed(path);
+  held.release();
+  EXPECT_EQ(reportOn(report), -1);
+  fs::remove(tool);
+}
+
+TEST_F(ServerTest, ItStaysForObserversAfterEverybodyElseHasGone) {
+  const HeldTool held(sandbox_);
+  const std::string path = sandbox_.path("x");
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script() + "exit 6", "sh", path}).status, 0);
+  FileDescriptor report = observed(path);
+  channel_.close();
+  held.release();
+  EXPECT_EQ(reportOn(report), 6);
+  report = FileDescriptor();
+  EXPECT_TRUE(serverEnds());
+}
+
+TEST_F(ServerTest, OnlyTheLatestEndsAreRemembered) {
+  EXPECT_EQ(run({"/bin/false", "/no/such/A.app"}).status, 0);
+  for (std::size_t i = 0; i < elevator::Jobs::kMostRemembered; ++i) {
+    EXPECT_EQ(reportOn(observed("/no/such/A.app")), 1) << i;
+    const std::string path = "/no/such/" + std::to_string(i);
+    EXPECT_EQ(run({"/bin/false", path}).status, 0);
+    EXPECT_EQ(reportOn(observed(path)), 1);
+  }
+  EXPECT_EQ(reportOn(observed("/no/such/A.app")), 0);
 }
 
 TEST_F(ServerTest, ManyToolsAreAllRun) {
@@ -247,8 +327,7 @@ TEST_F(ServerTest, ManyToolsAreAllRun) {
   for (int i = 0; i < 200; ++i) {
     ASSERT_EQ(run({"/bin/mkdir", folder + "/" + std::to_string(i)}).status, 0);
   }
-  auto observed = channel_.ask(Kind::observe, {}, 1);
-  EXPECT_EQ(readAll(observed.descriptors[0]), "");
+  EXPECT_EQ(reportOn(observed(folder)), 0);
   EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 200);
 }
 
@@ -263,8 +342,7 @@ TEST_F(ServerTest, AFullQueueIsSaidToBeAndLosesNothing) {
   EXPECT_EQ(status, EAGAIN);
   EXPECT_GT(accepted, 200);
   held.release();
-  auto observed = channel_.ask(Kind::observe, {}, 1);
-  EXPECT_EQ(readAll(observed.descriptors[0]), "");
+  EXPECT_EQ(reportOn(observed(path)), 0);
   EXPECT_EQ(run({"/bin/true", path, bulk}).status, 0);
 }
 

@@ -5,6 +5,8 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <string>
 
 #include "platform/Task.h"
 #include "tests/support/LoopImage.h"
@@ -107,6 +109,19 @@ TEST_F(DetachTest, ABusyImageIsDetachedOnceItIsNotBusyAnyMore) {
   task->waitUntilExit();
   EXPECT_EQ(task->terminationStatus(), 0);
   EXPECT_FALSE(image.isMounted());
+}
+
+TEST_F(DetachTest, AnImageThatStaysBusyIsTakenOutOfTheTreeAndCanBeReadOn) {
+  const LoopImage image(sandbox, "Image");
+  std::ofstream(image.mountPoint() + "/file") << "contents";
+  std::ifstream busy(image.mountPoint() + "/file");
+  ASSERT_TRUE(busy.is_open());
+  const Result result = detach({image.mountPoint(), "-force"});
+  EXPECT_EQ(result.status, 0) << result.error;
+  EXPECT_FALSE(image.isMounted());
+  std::string word;
+  EXPECT_TRUE(busy >> word);
+  EXPECT_EQ(word, "contents");
 }
 
 TEST_F(DetachTest, ABusyImageStaysWholeWhenDetachingIsGivenUp) {

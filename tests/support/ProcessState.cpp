@@ -8,6 +8,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace test {
 namespace {
@@ -54,12 +55,16 @@ std::size_t threads() {
 #endif
 }
 
-std::size_t children() {
-  std::size_t count = 0;
+std::vector<pid_t> childIds() {
+  std::vector<pid_t> ids;
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    if (parentOf(entry.path()) == ::getpid()) ++count;
+    if (parentOf(entry.path()) == ::getpid()) ids.push_back(std::stoi(entry.path().filename()));
   }
-  return count;
+  return ids;
+}
+
+std::size_t children() {
+  return childIds().size();
 }
 
 }  // namespace test

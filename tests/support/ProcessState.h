@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
+#include <vector>
 
 // What this process holds, for tests that nothing is left behind.
 namespace test {
@@ -12,6 +15,7 @@ std::size_t openDescriptors();
 std::size_t threads();
 
 // Children of this process, running or not collected.
+std::vector<pid_t> childIds();
 std::size_t children();
 
 }  // namespace test

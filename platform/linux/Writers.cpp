@@ -1,0 +1,62 @@
+#include "platform/linux/Writers.h"
+
+#include <poll.h>
+
+#include <mutex>
+#include <utility>
+
+#include "platform/NoDestructor.h"
+#include "platform/linux/ElevatorSession.h"
+#include "platform/linux/ToolReport.h"
+
+namespace platform::writers {
+namespace {
+
+struct Sessions {
+  // Guards what follows, and keeps each from ending while it is asked.
+  std::mutex mutex;
+  std::vector<ElevatorSession*> all;
+};
+
+Sessions& sessions() {
+  static NoDestructor<Sessions> instance;
+  return *instance;
+}
+
+bool isReadable(const FileDescriptor& pipe) {
+  pollfd entry{pipe.get(), POLLIN, 0};
+  return ::poll(&entry, 1, 0) == 1;
+}
+
+}  // namespace
+
+Writers on(const std::string& path) {
+  Writers result;
+  Sessions& known = sessions();
+  const std::lock_guard lock(known.mutex);
+  for (ElevatorSession* session : known.all) {
+    ElevatorSession::Observation observation = session->observe(path);
+    if (observation.report && !isReadable(observation.report)) {
+      result.running.push_back(std::move(observation.report));
+    } else if (observation.report) {
+      result.failed = result.failed || takeReport(observation.report) != 0;
+    } else {
+      result.failed = result.failed || observation.lost;
+    }
+  }
+  return result;
+}
+
+void add(ElevatorSession& session) {
+  Sessions& known = sessions();
+  const std::lock_guard lock(known.mutex);
+  known.all.push_back(&session);
+}
+
+void remove(ElevatorSession& session) {
+  Sessions& known = sessions();
+  const std::lock_guard lock(known.mutex);
+  std::erase(known.all, &session);
+}
+
+}  // namespace platform::writers

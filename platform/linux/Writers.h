@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/linux/FileDescriptor.h"
+
+namespace platform {
+class ElevatorSession;
+}
+
+// What the tools that this process has started as the superuser, and not waited for, still do. Any
+// thread.
+namespace platform::writers {
+
+struct Writers {
+  // One for each session in which a tool that names an overlapping path has not ended: a pipe on
+  // which the status of the last one comes, see ToolReport.h.
+  std::vector<FileDescriptor> running;
+  // Whether, in a session in which all have ended, the last one failed, or nobody knows how it
+  // ended.
+  bool failed = false;
+};
+
+// Those that name a path inside, above or equal to `path`, which is absolute. Asks each elevator,
+// which answers at once.
+Writers on(const std::string& path);
+
+// A session is asked from its making to its end.
+void add(ElevatorSession& session);
+void remove(ElevatorSession& session);
+
+}  // namespace platform::writers
