@@ -85,13 +85,23 @@ Status createDirectory(const std::string& path);
 // long.
 class CopyObserver {
  public:
+  // An item of the source. Its path is looked for when it is asked for, which takes system calls.
+  class Item {
+   public:
+    virtual std::string path() const = 0;
+
+   protected:
+    ~Item() = default;
+  };
+
   virtual ~CopyObserver() = default;
-  // So many more bytes of files' contents were copied; holes are not counted.
-  virtual void bytesCopied(std::uint64_t bytes) = 0;
-  // One more item, a directory or anything else, is complete.
-  virtual void itemCopied() = 0;
-  // Asked before each item and every few megabytes: true ends the copy, which fails with the code
-  // of a cancelled operation (ECANCELED) and leaves nothing behind.
+  // The copy holds so many more bytes of the file `item`. In the end they come to the sizes of all
+  // files: a hole counts as the zeros that it reads as, each name of a hard-linked file as a file.
+  virtual void bytesCopied(std::uint64_t bytes, const Item& item) = 0;
+  // `item`, a directory or anything else, is complete.
+  virtual void itemCopied(const Item& item) = 0;
+  // Asked before each item and, in a large file, about every fiftieth of a second: true ends the
+  // copy, which fails with the code of a cancelled operation (ECANCELED) and leaves nothing behind.
   virtual bool isCancelled() = 0;
 };
 

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <memory>
+
+#include "platform/linux/CopyEntry.h"
 
 namespace platform {
 namespace {
@@ -14,8 +17,12 @@ namespace {
 constexpr off_t kBufferSize = 128 * 1024;
 // Up to this size reading and writing takes fewer calls than asking the kernel to copy.
 constexpr off_t kSmallFile = kBufferSize;
-// How much is copied between two looks at whether to stop.
-constexpr off_t kSlice = 4 << 20;
+// What is copied between two looks at whether to stop: as much as takes about this long, so that a
+// slow disk is stopped as soon as a fast one.
+constexpr std::chrono::milliseconds kSliceTime{20};
+constexpr off_t kSmallestSlice = kBufferSize;
+// No more even on a fast disk: it is slow as soon as the system's memory for it is full.
+constexpr off_t kLargestSlice = 1 << 20;
 constexpr blkcnt_t kBlock = 512;
 
 // One buffer a thread, made when the thread first copies something.
@@ -38,35 +45,74 @@ int writeAt(int out, const char* bytes, ssize_t count, off_t offset) {
 
 class ContentsCopy {
  public:
-  ContentsCopy(int in, int out, CopyContext& context) : in_(in), out_(out), context_(context) {}
+  ContentsCopy(const OpenFiles& files, CopyContext& context)
+      : files_(files), in_(files.in), out_(files.out), context_(context) {}
 
-  int copyRange(off_t begin, off_t end);
-  int copySparse(off_t size);
+  // 0 or an error number.
+  int run();
 
  private:
+  bool clone();
+  int copyRange(off_t begin, off_t end);
+  int copySparse();
+  ssize_t copySlice(off_t offset, off_t count);
   ssize_t copySome(off_t offset, off_t count);
   ssize_t copyThroughMemory(off_t offset, off_t count);
+  void countBytes(off_t bytes);
 
+  const OpenFiles& files_;
   const int in_;
   const int out_;
   CopyContext& context_;
+  off_t slice_ = kLargestSlice;
   bool inKernel_ = true;
 };
+
+int ContentsCopy::run() {
+  if (clone()) {
+    countBytes(files_.status.st_size);
+    return 0;
+  }
+  const bool sparse = files_.status.st_blocks < files_.status.st_size / kBlock;
+  return sparse ? copySparse() : copyRange(0, files_.status.st_size);
+}
+
+bool ContentsCopy::clone() {
+  if (!context_.mayClone()) return false;
+  if (::ioctl(out_, FICLONE, in_) == 0) return true;
+  if (errno != EINTR) context_.rememberNoCloning();
+  return false;
+}
+
+void ContentsCopy::countBytes(off_t bytes) {
+  context_.countBytes(static_cast<std::uint64_t>(bytes), files_.places.sourceFolder,
+                      files_.places.sourceName);
+}
 
 int ContentsCopy::copyRange(off_t begin, off_t end) {
   while (begin < end) {
     if (context_.stopped()) return ECANCELED;
-    const ssize_t copied = copySome(begin, std::min(end - begin, kSlice));
+    const ssize_t copied = copySlice(begin, end - begin);
     if (copied < 0 && errno == EINTR) continue;
     if (copied < 0) return errno;
     if (copied == 0) return ESTALE;
     begin += copied;
-    context_.countBytes(static_cast<std::uint64_t>(copied));
+    countBytes(copied);
   }
   return 0;
 }
 
 // How many bytes were copied, 0 at the end of the file, -1 and errno.
+ssize_t ContentsCopy::copySlice(off_t offset, off_t count) {
+  if (count <= slice_) return copySome(offset, count);
+  const auto start = std::chrono::steady_clock::now();
+  const ssize_t copied = copySome(offset, slice_);
+  const bool quick = std::chrono::steady_clock::now() - start < kSliceTime / 2;
+  slice_ = quick ? std::min(slice_ * 2, kLargestSlice) : std::max(slice_ / 2, kSmallestSlice);
+  return copied;
+}
+
+// The same, of at most `count` bytes and in one go.
 ssize_t ContentsCopy::copySome(off_t offset, off_t count) {
   if (count <= kSmallFile || !inKernel_) return copyThroughMemory(offset, count);
   off_t from = offset;
@@ -91,47 +137,30 @@ ssize_t ContentsCopy::copyThroughMemory(off_t offset, off_t count) {
   return -1;
 }
 
-int ContentsCopy::copySparse(off_t size) {
-  off_t begin = 0;
-  while (begin < size) {
-    begin = ::lseek(in_, begin, SEEK_DATA);
-    if (begin < 0 && errno == ENXIO) break;
-    if (begin < 0) return errno;
-    if (begin >= size) break;
+int ContentsCopy::copySparse() {
+  const off_t size = files_.status.st_size;
+  off_t done = 0;
+  while (done < size) {
+    const off_t begin = ::lseek(in_, done, SEEK_DATA);
+    if (begin < 0 && errno != ENXIO) return errno;
+    if (begin < 0 || begin >= size) break;
     const off_t hole = ::lseek(in_, begin, SEEK_HOLE);
     if (hole < 0) return errno;
-    const off_t end = std::min(hole, size);
-    if (const int error = copyRange(begin, end); error != 0) return error;
-    begin = end;
+    countBytes(begin - done);
+    done = std::min(hole, size);
+    if (const int error = copyRange(begin, done); error != 0) return error;
   }
+  countBytes(size - done);
   struct stat now {};
   if (::fstat(in_, &now) != 0) return errno;
   if (now.st_size < size) return ESTALE;
   return ::ftruncate(out_, size) == 0 ? 0 : errno;
 }
 
-bool isSparse(const struct stat& status) {
-  return status.st_blocks < status.st_size / kBlock;
-}
-
-bool clone(int in, int out, CopyContext& context) {
-  if (!context.mayClone()) return false;
-  if (::ioctl(out, FICLONE, in) == 0) return true;
-  if (errno != EINTR) context.rememberNoCloning();
-  return false;
-}
-
 }  // namespace
 
-int copyContents(int in, int out, const struct stat& status, CopyContext& context) {
-  const off_t size = status.st_size;
-  if (size == 0) return 0;
-  if (clone(in, out, context)) {
-    context.countBytes(static_cast<std::uint64_t>(size));
-    return 0;
-  }
-  ContentsCopy copy(in, out, context);
-  return isSparse(status) ? copy.copySparse(size) : copy.copyRange(0, size);
+int copyContents(const OpenFiles& files, CopyContext& context) {
+  return files.status.st_size == 0 ? 0 : ContentsCopy(files, context).run();
 }
 
 }  // namespace platform

@@ -21,6 +21,16 @@ mode_t currentCreationMask() {
   return static_cast<mode_t>(std::strtoul(status.c_str() + found + kKey.size(), nullptr, 8));
 }
 
+class ItemInFolder final : public file_system::CopyObserver::Item {
+ public:
+  ItemInFolder(int folder, const std::string& name) : folder_(folder), name_(name) {}
+  std::string path() const override { return pathOf(folder_, name_); }
+
+ private:
+  const int folder_;
+  const std::string& name_;
+};
+
 }  // namespace
 
 CopyContext::CopyContext(file_system::CopyObserver* observer)
@@ -49,12 +59,12 @@ Status CopyContext::result() const {
   return failure_;
 }
 
-void CopyContext::countBytes(std::uint64_t bytes) {
-  if (observer_ != nullptr) observer_->bytesCopied(bytes);
+void CopyContext::countBytes(std::uint64_t bytes, int folder, const std::string& name) {
+  if (observer_ != nullptr) observer_->bytesCopied(bytes, ItemInFolder(folder, name));
 }
 
-void CopyContext::countItem() {
-  if (observer_ != nullptr) observer_->itemCopied();
+void CopyContext::countItem(int folder, const std::string& name) {
+  if (observer_ != nullptr) observer_->itemCopied(ItemInFolder(folder, name));
 }
 
 }  // namespace platform

@@ -25,8 +25,9 @@ class CopyContext {
   // The first failure, or success.
   Status result() const;
 
-  void countBytes(std::uint64_t bytes);
-  void countItem();
+  // Tell the observer of the item `name` in an open folder of the source; "" is the folder itself.
+  void countBytes(std::uint64_t bytes, int folder, const std::string& name);
+  void countItem(int folder, const std::string& name);
 
   // The bits that the system takes from the mode of what is made.
   mode_t creationMask() const noexcept { return creationMask_; }

@@ -28,6 +28,7 @@ class EntryCopy {
  private:
   int copyFile(const FileDescriptor& in, const struct stat& status);
   int copyNewFile(const FileDescriptor& in, const struct stat& status);
+  void countLinked(const struct stat& status) const;
   int copySpecial();
   int makeSpecial(const FileDescriptor& in, const struct stat& status);
   template <class Copy>
@@ -57,11 +58,19 @@ int EntryCopy::copyOncePerGroup(const struct stat& status, Copy copy) {
   const bool grouped = groups_ != nullptr && status.st_nlink > 1;
   if (grouped) {
     const int error = groups_->linkToCopy(status, places_.targetFolder, places_.targetName);
+    if (error == 0) countLinked(status);
     if (error != ENOENT) return error;
   }
   const int error = copy();
   if (error != 0 || !grouped) return error;
   return groups_->enter(status, places_.targetFolder, places_.targetName);
+}
+
+// A further name of a file that is complete: all of its bytes are there at once.
+void EntryCopy::countLinked(const struct stat& status) const {
+  if (!S_ISREG(status.st_mode)) return;
+  context_.countBytes(static_cast<std::uint64_t>(status.st_size), places_.sourceFolder,
+                      places_.sourceName);
 }
 
 int EntryCopy::copyFile(const FileDescriptor& in, const struct stat& status) {
@@ -89,7 +98,8 @@ int EntryCopy::copyNewFile(const FileDescriptor& in, const struct stat& status) 
                                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
   if (!out) return errno;
   if (made_ == nullptr) dropInheritedAccessLists(out.get());
-  if (const int error = copyContents(in.get(), out.get(), status, context_); error != 0) {
+  if (const int error = copyContents({in.get(), out.get(), status, places_}, context_);
+      error != 0) {
     return error;
   }
   const mode_t present = made_ != nullptr ? mode & ~context_.creationMask() : kUnknownMode;
@@ -138,7 +148,7 @@ bool copyEntry(const EntryPlaces& places, CopyContext& context, LinkGroups* grou
                const Ownership* made) {
   const int error = EntryCopy(places, context, groups, made).run();
   if (error != 0) return context.fail(error, places.sourceFolder, places.sourceName);
-  context.countItem();
+  context.countItem(places.sourceFolder, places.sourceName);
   return true;
 }
 

@@ -32,18 +32,39 @@ bool isWithin(int folder, const struct stat& item) {
   return false;
 }
 
+// 0 or an error number.
+int statusOf(const Location& location, struct stat& status) {
+  return ::fstatat(location.descriptor(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0
+             ? 0
+             : errno;
+}
+
 // The error number of what can be seen beforehand to be wrong with the target, or 0: a copy that
 // fails later blames the item that it has come to.
 int refusal(const Location& target, const struct stat& item) {
   struct stat taken {};
-  if (::fstatat(target.descriptor(), target.name.c_str(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
-    return EEXIST;
-  }
+  if (statusOf(target, taken) == 0) return EEXIST;
   if (S_ISDIR(item.st_mode) && isWithin(target.descriptor(), item)) return EINVAL;
   return ::faccessat(target.descriptor(), ".", W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
 
 }  // namespace
+
+Status checkCopy(const Location& source, const Location& target) {
+  struct stat item {};
+  if (const int error = statusOf(source, item); error != 0) {
+    return statusFromErrno(error, pathOf(source.descriptor(), source.name));
+  }
+  const int error = refusal(target, item);
+  return error == 0 ? Status()
+                    : statusFromErrno(error, pathOf(target.descriptor(), target.name));
+}
+
+Status copyItem(const Location& source, const Location& target,
+                file_system::CopyObserver* observer) {
+  StagedCopy staged(source, target, observer);
+  return staged.status().ok() ? staged.putInPlace() : staged.status();
+}
 
 StagedCopy::StagedCopy(const Location& source, const Location& target,
                        file_system::CopyObserver* observer)
@@ -54,19 +75,16 @@ StagedCopy::~StagedCopy() {
 }
 
 Status StagedCopy::copy(const Location& source, file_system::CopyObserver* observer) {
-  struct stat item {};
-  if (::fstatat(source.descriptor(), source.name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
-    return statusFromErrno(errno, pathOf(source.descriptor(), source.name));
-  }
-  if (const int error = refusal(target_, item); error != 0) {
-    return statusFromErrno(error, pathOf(target_.descriptor(), target_.name));
-  }
+  if (Status refused = checkCopy(source, target_); !refused.ok()) return refused;
   staged_.name = temporaryName("copying");
   staged_.folder.reset(::fcntl(target_.descriptor(), F_DUPFD_CLOEXEC, 0));
-  if (!staged_) return statusFromErrno(errno);
+  if (!staged_) return statusFromErrno(errno, pathOf(target_.descriptor(), target_.name));
 
   CopyContext context(observer);
-  if (S_ISDIR(item.st_mode)) {
+  struct stat item {};
+  if (const int error = statusOf(source, item); error != 0) {
+    context.fail(error, source.descriptor(), source.name);
+  } else if (S_ISDIR(item.st_mode)) {
     copyTree(source, staged_, context);
   } else {
     copyEntry({S_ISREG(item.st_mode), source.descriptor(), source.name, staged_.descriptor(),
@@ -100,8 +118,7 @@ Status copy(const std::string& source, const std::string& destination, CopyObser
   if (!from) return statusFromErrno(errno, source);
   const Location to = locate(destination);
   if (!to) return statusFromErrno(errno, destination);
-  StagedCopy staged(from, to, observer);
-  return staged.status().ok() ? staged.putInPlace() : staged.status();
+  return copyItem(from, to, observer);
 }
 
 }  // namespace file_system

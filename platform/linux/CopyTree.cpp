@@ -60,7 +60,7 @@ FolderInProgress::~FolderInProgress() {
   if (error != 0) {
     context_.fail(error, source_->get(), ".");
   } else {
-    context_.countItem();
+    context_.countItem(source_->get(), "");
   }
 }
 

@@ -166,4 +166,8 @@ void close() {
   state().work.close();
 }
 
+bool isClosed() {
+  return state().work.isClosed();
+}
+
 }  // namespace platform::main_loop

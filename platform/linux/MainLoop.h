@@ -34,6 +34,9 @@ bool quit();
 // On the main thread: drops queued and future work, releases threads that wait for theirs.
 void close();
 
+// Whether `close` was called. Any thread.
+bool isClosed();
+
 // On the main thread: calls into the toolkit, and answers whether the call came back. When the
 // toolkit was left, in this call or earlier, the answer is false. `call` and what it calls must
 // have nothing to destroy.

@@ -25,6 +25,11 @@ bool WorkQueue::empty() {
   return jobs_.empty();
 }
 
+bool WorkQueue::isClosed() {
+  const std::lock_guard lock(mutex_);
+  return closed_;
+}
+
 bool WorkQueue::runFirst() {
   const JobPointer job = takeFirst();
   if (!job) return false;

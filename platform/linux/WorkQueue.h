@@ -26,6 +26,7 @@ class WorkQueue {
   // As `add`, and blocks until the work has run or the queue is closed. Not on the serving thread.
   void addAndWait(Work work);
   bool empty();
+  bool isClosed();
 
   // On the serving thread: runs the first piece of work and answers whether there was one. May be
   // called by work.

@@ -29,11 +29,11 @@ class Meddler : public fs::CopyObserver {
   Meddler(std::uint64_t after, std::function<void()> meddle)
       : after_(after), meddle_(std::move(meddle)) {}
 
-  void bytesCopied(std::uint64_t bytes) override {
+  void bytesCopied(std::uint64_t bytes, const Item&) override {
     bytes_ += bytes;
     if (bytes_ >= after_ && !done_.exchange(true)) meddle_();
   }
-  void itemCopied() override { ++items_; }
+  void itemCopied(const Item&) override { ++items_; }
   bool isCancelled() override { return cancelled_; }
 
   void cancel() { cancelled_ = true; }
