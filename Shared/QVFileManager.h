@@ -1,13 +1,20 @@
 #pragma once
 
+#include <any>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/Colour.h"
 #include "platform/FileReference.h"
+
+namespace platform {
+class FileOperation;
+}
+struct QVFileOperationDelegate;
 
 // The file layer: questions about items, changes of them, names, locks, permissions, sizes and
 // waits. A class without instances and state; any thread may call anything. Paths are absolute, in
@@ -122,6 +129,28 @@ class QVFileManager {
   // Makes an empty file, with administrator rights where the user may not: it is made among the
   // temporary files and moved, so all that holds of moveFile holds of it.
   static bool createEmptyFile(const Path& path);
+
+  // Copies with progress.
+
+  // Starts to copy a file, folder or package to the full path `destination` in the background, and
+  // answers whether it was started. The folder that it goes to is made first if it is missing,
+  // waited for at most ten seconds; a missing source makes none. The delegate, if there is one, is
+  // told by the main loop, which must be running for that, and is kept until the copy has ended;
+  // the objects come with each message. See QVFileOperationDelegate.h.
+  //
+  // The copy is platform::file_system::copy: whole or not at all, and nothing that exists is
+  // replaced. What fails before it begins answers no, and the platform's console is told why; what
+  // fails afterwards is only told as the end. When the application ends first, so does the copy,
+  // and leaves nothing.
+  static bool copyFileWithProgress(const std::string& source, const std::string& destination,
+                                   const std::shared_ptr<QVFileOperationDelegate>& delegate,
+                                   const std::any& object);
+  static bool copyFileWithProgress(const std::string& source, const std::string& destination,
+                                   const std::shared_ptr<QVFileOperationDelegate>& delegate,
+                                   const std::any& object, const std::any& object2);
+  // Ends a copy that a message came with: nothing more is copied, what has been copied is removed,
+  // and its end is told as usual. Answers at once; does nothing to a copy that has ended.
+  static void cancelFileOperation(const std::shared_ptr<platform::FileOperation>& operation);
 
   // Names.
 

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "Shared/QVFileManager.h"
+#include "benchmarks/FileTrees.h"
 #include "platform/FileSystem.h"
 #include "platform/Workspace.h"
 
@@ -29,19 +30,16 @@ namespace {
 
 namespace fs = platform::file_system;
 
-using Action = std::function<void()>;
+using benchmark_trees::Action;
+using benchmark_trees::check;
+using benchmark_trees::makeBundle;
+using benchmark_trees::makeFiles;
+using benchmark_trees::median;
+using benchmark_trees::milliseconds;
+using benchmark_trees::writeFile;
 
 constexpr int kRounds = 3;
 constexpr std::size_t kTreeSizes[] = {1000, 10000, 100000};
-constexpr std::size_t kMegabyte = 1000 * 1000;
-
-void check(bool ok, const std::string& what) {
-  if (!ok) throw std::runtime_error(what);
-}
-
-void check(const platform::Status& status) {
-  check(status.ok(), status.description());
-}
 
 void run(std::vector<std::string> command) {
   std::vector<char*> arguments;
@@ -56,57 +54,6 @@ void run(std::vector<std::string> command) {
       ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
   ::posix_spawn_file_actions_destroy(&actions);
   check(error == 0 && ::waitpid(child, &status, 0) == child && status == 0, command[0]);
-}
-
-void writeFile(const std::string& path, const std::string& contents) {
-  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-  check(file >= 0 && ::write(file, contents.data(), contents.size()) ==
-                         static_cast<ssize_t>(contents.size()),
-        path);
-  ::close(file);
-}
-
-// Piece by piece, so that it leaves the peak memory alone.
-void writeLargeFile(const std::string& path) {
-  writeFile(path, "");
-  const std::string piece(kMegabyte, 'x');
-  const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-  for (int i = 0; i < 120; ++i) {
-    check(::write(file, piece.data(), piece.size()) == static_cast<ssize_t>(piece.size()), path);
-  }
-  ::close(file);
-}
-
-// `count` files of `size` bytes, a hundred in a folder.
-void makeFiles(const std::string& root, std::size_t count, std::size_t size) {
-  const std::string contents(size, 'x');
-  std::string folder;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (i % 100 == 0) {
-      folder = root + "/" + std::to_string(i / 100);
-      check(fs::createDirectory(folder));
-    }
-    writeFile(folder + "/" + std::to_string(i), contents);
-  }
-}
-
-void makeBundle(const std::string& root) {
-  makeFiles(root, 8000, 10000);
-  for (int i = 0; i < 3; ++i) {
-    writeLargeFile(root + "/large" + std::to_string(i));
-  }
-}
-
-double milliseconds(const Action& action) {
-  const auto start = std::chrono::steady_clock::now();
-  action();
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-      .count();
-}
-
-double median(std::vector<double> times) {
-  std::sort(times.begin(), times.end());
-  return times[times.size() / 2];
 }
 
 // Of this process, up to now.

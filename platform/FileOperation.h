@@ -24,9 +24,8 @@ class FileOperation {
   // current item.
   //
   // Bytes are those of all files by their sizes: holes count as the zeros that they read as, each
-  // name of a hard-linked file as a file. Objects are files, folders, links and all else; there is
-  // one entry less than the platform has, as what is inside a package is not told apart from what
-  // is outside.
+  // name of a hard-linked file as a file. Objects are files, folders, links and all else. (The
+  // platform also counts objects as a person sees them, a package as one; that is not told here.)
   static constexpr char kTotalBytes[] = "kFSOperationTotalBytesKey";
   static constexpr char kBytesComplete[] = "kFSOperationBytesCompleteKey";
   static constexpr char kBytesRemaining[] = "kFSOperationBytesRemainingKey";

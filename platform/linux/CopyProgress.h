@@ -33,7 +33,7 @@ class CopyProgress {
 
   std::atomic<std::uint64_t> bytes_ = 0;
   std::atomic<std::uint64_t> items_ = 0;
-  std::mutex mutex_;         // guards the next two
+  std::mutex mutex_;  // guards the next two
   CopyTotals totals_;
   std::string currentItem_;
   // The reporting thread's.

@@ -82,8 +82,8 @@ void CountingWalk::walk() {
 
 // Nothing happens where there is no folder, or none that may be read.
 void CountingWalk::enter(int folder, const std::string& name) {
-  FileDescriptor directory(::openat(
-      folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  FileDescriptor directory(
+      ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!directory) return;
   chain_.push(std::move(directory));
   levels_.emplace_back();

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+
+namespace test {
+
+// Makes a file system slow while it lives: everything that is opened in it is kept waiting, one
+// opening after the other, so that what works on many files takes as long as a test needs it to. As
+// root.
+class SlowFiles {
+ public:
+  enum class Folders { quick, slow };
+
+  // `mountPoint` is a mount of the sandbox's own.
+  SlowFiles(const std::string& mountPoint, std::chrono::milliseconds delay,
+            Folders folders = Folders::quick);
+  ~SlowFiles();
+  SlowFiles(const SlowFiles&) = delete;
+  SlowFiles& operator=(const SlowFiles&) = delete;
+
+ private:
+  void answer(std::chrono::milliseconds delay);
+
+  const int events_;
+  std::atomic<bool> ending_ = false;
+  std::thread thread_;
+};
+
+}  // namespace test
