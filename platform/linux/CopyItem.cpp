@@ -56,8 +56,7 @@ Status checkCopy(const Location& source, const Location& target) {
     return statusFromErrno(error, pathOf(source.descriptor(), source.name));
   }
   const int error = refusal(target, item);
-  return error == 0 ? Status()
-                    : statusFromErrno(error, pathOf(target.descriptor(), target.name));
+  return error == 0 ? Status() : statusFromErrno(error, pathOf(target.descriptor(), target.name));
 }
 
 Status copyItem(const Location& source, const Location& target,

@@ -48,6 +48,7 @@ class BackgroundCopy final : public FileOperation,
  private:
   Status start();
   void endWithApplication();
+  void ended();
 
   // On the thread of the copy.
   void run();
@@ -116,7 +117,7 @@ Status BackgroundCopy::start() {
     thread.detach();
     return {};
   }
-  application::removeTerminationObserver(endOfApplication_);
+  ended();
   callback_ = nullptr;
   return statusFromErrno(main_loop::isClosed() ? ESHUTDOWN : EAGAIN);
 }
@@ -124,6 +125,11 @@ Status BackgroundCopy::start() {
 void BackgroundCopy::endWithApplication() {
   cancel();
   ended_.get_future().wait_for(kLongestCleanUp);
+}
+
+void BackgroundCopy::ended() {
+  application::removeTerminationObserver(endOfApplication_);
+  ended_.set_value();
 }
 
 void BackgroundCopy::run() {
@@ -134,8 +140,7 @@ void BackgroundCopy::run() {
     result = statusFromErrno(ENOMEM);
   }
   if (result.ok()) progress_.settle();
-  application::removeTerminationObserver(endOfApplication_);
-  ended_.set_value();
+  ended();
   main_loop::add([self = shared_from_this(), result, scheduled = scheduled_.load()] {
     self->complete(result, scheduled);
   });
