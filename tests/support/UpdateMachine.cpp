@@ -9,9 +9,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -149,9 +151,9 @@ void UpdateMachine::runBy(const std::vector<std::string>& command) {
 std::vector<std::string> UpdateMachine::commandFor(
     const std::vector<std::string>& arguments) const {
   std::vector<std::string> command;
-  if (!person_.empty()) append(command, {std::begin(kStopped), std::end(kStopped)});
   if (rightsAreHandedDown_) append(command, {QV_TEST_UPDATER});
   if (!user_.empty()) append(command, sandbox_.commandThatBecomes(user_));
+  if (!person_.empty()) append(command, {std::begin(kStopped), std::end(kStopped)});
   append(command, wayIn_);
   append(command, {std::string(pauses_ == Pauses::real ? QV_TEST_BUNDLE : QV_TEST_QUICK_BUNDLE) +
                    "/Contents/Linux/QVUpdateHelper"});
@@ -162,13 +164,17 @@ std::vector<std::string> UpdateMachine::commandFor(
 void UpdateMachine::start(const std::vector<std::string>& arguments) {
   application_ = spawn(commandFor(arguments), sandbox_.path("output.txt"));
   started_.push_back(application_);
-  if (person_.empty()) return;
+  if (!person_.empty()) letPersonWatch();
+}
+
+// The person's agent looks after a process that belongs to that person already.
+void UpdateMachine::letPersonWatch() {
+  int status = 0;
+  ::waitpid(application_, &status, WUNTRACED);
   std::vector<std::string> agent = {QV_TEST_PROGRAMS "/PolkitAgent", std::to_string(application_)};
   append(agent, person_);
   agent_ = std::make_unique<ChildProgram>(agent, Sandbox::idOf(user_));
   if (!agent_->waitForLine("ready")) throw std::runtime_error("the agent does not start");
-  int status = 0;
-  ::waitpid(application_, &status, WUNTRACED);
   ::kill(application_, SIGCONT);
 }
 
@@ -180,6 +186,28 @@ int UpdateMachine::waitForEnd() {
   if (!ended) return -1;
   std::erase(started_, application_);
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// static
+std::vector<std::string> UpdateMachine::programsThatRun() {
+  static const std::set<std::string> ours = {"QVUpdateHelper",
+                                             "followup",
+                                             "authenticator",
+                                             "qv-elevator",
+                                             "pkexec",
+                                             "QuorvaleUpdater",
+                                             "cp",
+                                             "mv",
+                                             "killall"};
+  std::vector<std::string> running;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    std::istringstream text(readFile(entry.path() / "comm"));
+    std::string name;
+    std::getline(text, name);
+    const int pid = std::atoi(entry.path().filename().c_str());
+    if (ours.contains(name) && isRunning(pid)) running.push_back(name);
+  }
+  return running;
 }
 
 std::string UpdateMachine::log() const {

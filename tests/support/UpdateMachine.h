@@ -14,7 +14,9 @@ namespace test {
 // root; make it first thing in a test.
 class UpdateMachine {
  public:
-  // How long the application's fixed pauses take: as they are shipped, or a hundredth of that.
+  // How long the application's fixed pauses take: as they are shipped, or a hundredth of that for
+  // those that it spins through, which leaves the one second before the registration and, in a
+  // silent run, the one at the end.
   enum class Pauses { real, quick };
 
   explicit UpdateMachine(Pauses pauses = Pauses::real);
@@ -61,6 +63,8 @@ class UpdateMachine {
   void start(const std::vector<std::string>& arguments);
   int waitForEnd();
   int pid() const { return application_; }
+  // The programs of ours, and tools that they start, that still run.
+  static std::vector<std::string> programsThatRun();
   // What the application printed on standard output and error.
   std::string output() const { return readFile(sandbox_.path("output.txt")); }
 
@@ -75,6 +79,7 @@ class UpdateMachine {
   static std::vector<std::string> withoutHeader(std::vector<std::string> messages);
 
  private:
+  void letPersonWatch();
   std::vector<std::string> commandFor(const std::vector<std::string>& arguments) const;
 
   Sandbox sandbox_;
