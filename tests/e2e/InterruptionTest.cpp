@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,19 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+
+// The children of a process that have ended and were not collected.
+std::vector<std::string> zombiesOf(int pid) {
+  std::vector<std::string> zombies;
+  for (const auto& task :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+    std::istringstream children(test::readFile(task.path() / "children"));
+    for (std::string child; children >> child;) {
+      if (!test::isRunning(std::stoi(child))) zombies.push_back(child);
+    }
+  }
+  return zombies;
+}
 
 class InterruptionTest : public testing::TestWithParam<Behaviour> {
  protected:
@@ -111,6 +125,7 @@ TEST_F(InterruptionTest, AnAlertThatWaitsForSomebodyOutlastsItsSessionAndLetsThe
   machine.start(arguments());
   ASSERT_TRUE(display.waitForWindow("Quorvale Software Update"));
   EXPECT_TRUE(waitFor([&] { return manager.released() == 1; }));
+  EXPECT_THAT(zombiesOf(machine.pid()), testing::IsEmpty());
   sendRequestsToEnd();
   EXPECT_TRUE(waitFor([&] {
     display.pressKey("Return");

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-// Every way an update ends, for every kind of user: a row is one whole update, and says what is then
-// in the log, on the screen and on the disk.
+// Every way an update ends, for every kind of user: a row is one whole update, and says what is
+// then in the log, on the screen and on the disk.
 namespace outcome {
 
 enum class Who {
@@ -57,7 +57,8 @@ struct Row {
   // The other arguments.
   bool silent = false;
   Mount mount = Mount::none;
-  // The outcome: the log between the killing and the end, and the text of the alert if there is one.
+  // The outcome: the log between the killing and the end, and the text of the alert if there is
+  // one.
   std::vector<std::string> log = {};
   std::string alert = {};
   Old oldBundle = Old::inTrash;

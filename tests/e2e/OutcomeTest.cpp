@@ -28,8 +28,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-// What cp(1) keeps of a bundle: all but which files are one and the same, how the file system stores
-// them, and the time of the bundle itself, which is touched.
+// What cp(1) keeps of a bundle: all but which files are one and the same, how the file system
+// stores them, and the time of the bundle itself, which is touched.
 std::vector<std::string> copyable(const std::string& bundle) {
   static const std::regex lost(" holes=[01]| links=[0-9]+ same as .*");
   static const std::regex touched(" changed=[^ ]+");
@@ -69,8 +69,9 @@ class OutcomeTest : public testing::TestWithParam<Row> {
   std::string trash() { return home() + "/.local/share/Trash/files"; }
 
   std::vector<std::string> arguments() {
-    std::vector<std::string> words = {"-source", machine().source(), "-destination", destination(),
-                                      "-silent", row().silent ? "YES" : "NO"};
+    std::vector<std::string> words = {"-source",      machine().source(),
+                                      "-destination", destination(),
+                                      "-silent",      row().silent ? "YES" : "NO"};
     if (const auto path = mountPath()) words.insert(words.end(), {"-mountpath", *path});
     return words;
   }
@@ -113,7 +114,8 @@ class OutcomeTest : public testing::TestWithParam<Row> {
   std::string alert() {
     const std::string output = machine().output();
     const std::size_t begin = output.find("Alert: ");
-    return begin == std::string::npos ? "" : output.substr(begin, output.find('\n', begin) + 1 - begin);
+    return begin == std::string::npos ? ""
+                                      : output.substr(begin, output.find('\n', begin) + 1 - begin);
   }
 
   void expectNewBundle() {
@@ -128,7 +130,8 @@ class OutcomeTest : public testing::TestWithParam<Row> {
   }
 
   void expectOldBundle() {
-    const std::string trashed = trash() + (row().trash == Trash::taken ? "/Sample 2.app" : "/Sample.app");
+    const std::string trashed =
+        trash() + (row().trash == Trash::taken ? "/Sample 2.app" : "/Sample.app");
     EXPECT_EQ(fs::exists(trashed), row().oldBundle == Old::inTrash);
     if (row().oldBundle == Old::inTrash) {
       EXPECT_EQ(test::describeTree(trashed), old_);
@@ -181,7 +184,8 @@ class OutcomeTest : public testing::TestWithParam<Row> {
   void prepareTrash() {
     if (row().trash == Trash::broken) machine().sandbox().makeFile("home/anna/.Trash", "no folder");
     if (row().trash == Trash::taken) machine().makeBundle(trash() + "/Sample.app", "0.9");
-    for (const char* made : {".local", ".local/share", ".local/share/Trash", ".local/share/Trash/files"}) {
+    for (const char* made :
+         {".local", ".local/share", ".local/share/Trash", ".local/share/Trash/files"}) {
       if (fs::exists(home() + "/" + made)) give(home() + "/" + made);
     }
   }
@@ -218,7 +222,8 @@ TEST_P(OutcomeTest, IsAsTheTableSays) {
   expectNewBundle();
   expectOldBundle();
   expectOpened();
-  EXPECT_EQ(machine().diskImageIsAttached(), row().mount == Mount::image && row().log.back() != kCleaning);
+  EXPECT_EQ(machine().diskImageIsAttached(),
+            row().mount == Mount::image && row().log.back() != kCleaning);
   expectNothingLeft();
 }
 

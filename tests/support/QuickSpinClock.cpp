@@ -4,7 +4,8 @@
 #include "platform/Clock.h"
 
 // Pauses that the application spins through pass a hundred times quicker. What it sleeps keeps its
-// length: the limits of the programs that it runs are slept too, and a real program needs real time.
+// length: the limits of the programs that it runs are slept too, and a real program needs real
+// time.
 namespace platform::clock {
 namespace {
 

@@ -227,8 +227,13 @@ std::vector<std::string> UpdateMachine::messagesOf(const std::string& log) {
   std::istringstream lines(readFile(log));
   for (std::string line; std::getline(lines, line);) {
     std::smatch match;
-    EXPECT_TRUE(std::regex_match(line, match, dated)) << line;
-    messages.push_back(match[1]);
+    if (std::regex_match(line, match, dated)) {
+      messages.push_back(match[1]);
+    } else if (!messages.empty()) {
+      messages.back() += "\n" + line;
+    } else {
+      ADD_FAILURE() << "the log begins without a date: " << line;
+    }
   }
   return messages;
 }

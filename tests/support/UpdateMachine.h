@@ -74,7 +74,8 @@ class UpdateMachine {
 
   // Where the superuser's log of a program of this name is.
   static std::string logPath(const std::string& program = "QVUpdateHelper");
-  // The messages of a log file without their dates; and those that follow the log's header.
+  // The messages of a log file without their dates, a line without one being the continuation of
+  // the message before; and those that follow the log's header.
   static std::vector<std::string> messagesOf(const std::string& log);
   static std::vector<std::string> withoutHeader(std::vector<std::string> messages);
 
