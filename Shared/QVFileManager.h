@@ -240,6 +240,19 @@ class QVFileManager {
   // anything negative in B.
   static std::string formatFileSize(double size);
 
+  // Zip archives, made and unpacked by the program /usr/bin/ditto (or what the system has in its
+  // place), which is waited for without limit. The answer is whether something is at the
+  // destination afterwards, whatever the program said: what could not be taken away before counts.
+
+  // Puts an item into a new archive; a folder's own name goes in before those of its contents
+  // unless `includeParent` is false. An archive that is there is trashed first, see trashFile.
+  static bool compressFile(const std::string& source, const std::string& archive);
+  static bool compressFile(const std::string& source, const std::string& archive,
+                           bool includeParent);
+  // Unpacks an archive into a new folder. One that is there is moved to the Trash first, as the
+  // desktop does it and never with administrator rights.
+  static bool decompressFile(const std::string& archive, const std::string& folder);
+
   // Makes an application bundle known to the desktop; whether that succeeded.
   static bool registerApplicationWithLaunchServices(const std::string& path);
 };

@@ -30,6 +30,8 @@ std::optional<std::string> systemProgram(std::string_view name) {
 std::optional<std::string> equivalent(const std::string& namedPath) {
   // Its "detach PATH [-force]"; nothing else of it is known here.
   if (namedPath == kDiskImageTool) return Bundle::main().auxiliaryPath("followup");
+  // Its "-ck [--keepParent] SOURCE ARCHIVE" and "-xk ARCHIVE FOLDER".
+  if (namedPath == "/usr/bin/ditto") return Bundle::main().auxiliaryPath("archiver");
   if (namedPath == "/usr/sbin/chown") return systemProgram("chown");
   return std::nullopt;
 }

@@ -26,12 +26,13 @@ TEST(ToolEquivalentsTest, AToolWithoutAnEquivalentStaysAsNamed) {
 }
 
 TEST(ToolEquivalentsTest, ToolsThatAreMissingHereHaveEquivalentsThatCanBeLaunched) {
-  for (const char* path : {"/usr/bin/hdiutil", "/usr/sbin/chown"}) {
+  for (const char* path : {"/usr/bin/hdiutil", "/usr/bin/ditto", "/usr/sbin/chown"}) {
     ASSERT_NE(::access(path, F_OK), 0) << path << " exists here";
     EXPECT_NE(resolvedTool(path), path);
     EXPECT_TRUE(Task::canLaunch(path)) << path;
   }
   EXPECT_THAT(resolvedTool("/usr/bin/hdiutil"), EndsWith("/followup"));
+  EXPECT_THAT(resolvedTool("/usr/bin/ditto"), EndsWith("/archiver"));
   EXPECT_THAT(resolvedTool("/usr/sbin/chown"), AnyOf("/usr/bin/chown", "/bin/chown"));
 }
 

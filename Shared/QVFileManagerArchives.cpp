@@ -1,0 +1,40 @@
+#include "Shared/QVFileManager.h"
+#include "Shared/QVLocalPaths.h"
+#include "Shared/QVTaskEx.h"
+#include "platform/Path.h"
+#include "platform/Workspace.h"
+
+namespace {
+
+namespace path = platform::path;
+
+constexpr char kArchiver[] = "/usr/bin/ditto";
+
+}  // namespace
+
+// static
+bool QVFileManager::compressFile(const std::string& source, const std::string& archive) {
+  return compressFile(source, archive, true);
+}
+
+// static
+bool QVFileManager::compressFile(const std::string& source, const std::string& archive,
+                                 bool includeParent) {
+  if (fileExistsAtPath(archive)) trashFile(archive);
+  QVTaskEx::Arguments arguments = {"-ck", source, archive};
+  if (includeParent) arguments.insert(arguments.begin() + 1, "--keepParent");
+  QVTaskEx::runTask(kArchiver, arguments);
+  // What the program says of itself is not looked at.
+  return fileExistsAtPath(archive);
+}
+
+// static
+bool QVFileManager::decompressFile(const std::string& archive, const std::string& folder) {
+  if (fileExistsAtPath(folder)) {
+    // The desktop's own way and never with administrator rights, other than for an archive above.
+    platform::workspace::recycle(path::deletingLastComponent(folder),
+                                 QVLocalPaths::trashDirectory(), {path::lastComponent(folder)});
+  }
+  QVTaskEx::runTask(kArchiver, QVTaskEx::Arguments{"-xk", archive, folder});
+  return fileExistsAtPath(folder);
+}
