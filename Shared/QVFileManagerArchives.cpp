@@ -1,12 +1,8 @@
 #include "Shared/QVFileManager.h"
-#include "Shared/QVLocalPaths.h"
 #include "Shared/QVTaskEx.h"
-#include "platform/Path.h"
-#include "platform/Workspace.h"
+#include "Shared/RecycleItem.h"
 
 namespace {
-
-namespace path = platform::path;
 
 constexpr char kArchiver[] = "/usr/bin/ditto";
 
@@ -30,11 +26,8 @@ bool QVFileManager::compressFile(const std::string& source, const std::string& a
 
 // static
 bool QVFileManager::decompressFile(const std::string& archive, const std::string& folder) {
-  if (fileExistsAtPath(folder)) {
-    // The desktop's own way and never with administrator rights, other than for an archive above.
-    platform::workspace::recycle(path::deletingLastComponent(folder),
-                                 QVLocalPaths::trashDirectory(), {path::lastComponent(folder)});
-  }
+  // Not as the archive above: never with administrator rights.
+  if (fileExistsAtPath(folder)) recycleItem(folder);
   QVTaskEx::runTask(kArchiver, QVTaskEx::Arguments{"-xk", archive, folder});
   return fileExistsAtPath(folder);
 }

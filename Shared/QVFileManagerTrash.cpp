@@ -2,22 +2,15 @@
 #include "Shared/FolderWalk.h"
 #include "Shared/QVAuthorization.h"
 #include "Shared/QVFileManager.h"
-#include "Shared/QVLocalPaths.h"
+#include "Shared/RecycleItem.h"
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
 #include "platform/Text.h"
-#include "platform/Workspace.h"
 
 namespace {
 
 namespace path_rules = platform::path;
 using Paths = std::vector<std::string>;
-
-bool recycle(const std::string& path) {
-  const auto trash = QVLocalPaths::trashDirectory();
-  return trash && platform::workspace::recycle(path_rules::deletingLastComponent(path), *trash,
-                                               {path_rules::lastComponent(path)});
-}
 
 // Answers what it tried to trash.
 template <class Predicate>
@@ -43,7 +36,7 @@ bool QVFileManager::trashFile(const Path& path, bool shouldAuth) {
   if (!path_rules::namesItem(path)) return false;
   // A missing item is logged by this.
   unlockFile(*path);
-  if (!fileExistsAtPath(*path) || recycle(*path)) return true;
+  if (!fileExistsAtPath(*path) || recycleItem(*path)) return true;
   return shouldAuth && QVAuthorization::sharedController().authTrashFile(path);
 }
 

@@ -39,8 +39,7 @@ class FileSource {
 };
 
 zip_int64_t FileSource::fail(int error) {
-  sources_.failure =
-      platform::statusFromErrno(error, platform::pathOf(sources_.root, path_));
+  sources_.failure = platform::statusFromErrno(error, platform::pathOf(sources_.root, path_));
   zip_error_set(&error_, ZIP_ER_READ, error);
   return -1;
 }

@@ -24,7 +24,9 @@ using Visitor = std::function<Status(const SourceItem&)>;
 class SourceWalk {
  public:
   SourceWalk(const platform::Location& source, bool keepParent, const Visitor& visit)
-      : root_(source.descriptor()), sourceName_(source.name), keepParent_(keepParent),
+      : root_(source.descriptor()),
+        sourceName_(source.name),
+        keepParent_(keepParent),
         visit_(visit) {}
 
   Status visit(const std::string& path) const;

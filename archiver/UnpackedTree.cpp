@@ -95,8 +95,7 @@ Status UnpackedTree::makeFile(const Entry& entry) {
 }
 
 // static
-bool UnpackedTree::describe(const FileDescriptor& item, const Entry& entry,
-                            mode_t wantedMode) {
+bool UnpackedTree::describe(const FileDescriptor& item, const Entry& entry, mode_t wantedMode) {
   timespec times[2];
   timesOf(entry, times);
   const mode_t mode = entry.permissions.value_or(usualMode(wantedMode));

@@ -73,8 +73,8 @@ std::string ZipReader::nameOf(zip_uint64_t index, bool madeOnUnix) const {
 // The other time that an archive keeps is a local one of an unknown place.
 std::optional<std::time_t> ZipReader::exactTime(zip_uint64_t index) const {
   zip_uint16_t size = 0;
-  const zip_uint8_t* field = zip_file_extra_field_get_by_id(
-      zip_.get(), index, kTimesField, 0, &size, ZIP_FL_LOCAL | ZIP_FL_CENTRAL);
+  const zip_uint8_t* field = zip_file_extra_field_get_by_id(zip_.get(), index, kTimesField, 0,
+                                                            &size, ZIP_FL_LOCAL | ZIP_FL_CENTRAL);
   if (field == nullptr || size < kTimesFieldSize || (field[0] & 1U) == 0) return std::nullopt;
   std::uint32_t bits = 0;
   for (unsigned i = 0; i < 4; ++i) bits |= static_cast<std::uint32_t>(field[i + 1]) << (8 * i);
@@ -98,8 +98,12 @@ Status ZipReader::describe(zip_uint64_t index, Entry& entry) const {
   if (path->empty() && *kind != EntryKind::folder) return refusal(name, "it has no name");
   const bool encrypted = found.encryption_method != ZIP_EM_NONE;
   if (encrypted) return refusal(name, "it is protected by a password");
-  entry = {.index = index, .path = *path, .kind = *kind, .permissions = {},
-           .modified = exactTime(index).value_or(found.mtime), .size = found.size};
+  entry = {.index = index,
+           .path = *path,
+           .kind = *kind,
+           .permissions = {},
+           .modified = exactTime(index).value_or(found.mtime),
+           .size = found.size};
   if (mode != 0) entry.permissions = mode & kPermissionBits;
   return {};
 }

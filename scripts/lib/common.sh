@@ -18,7 +18,7 @@ as_root() {
 }
 
 build_packages="build-essential cmake ninja-build pkg-config libglib2.0-dev libgtk-3-dev
-  libplist-dev libsystemd-dev libpolkit-agent-1-dev"
+  libplist-dev libsystemd-dev libpolkit-agent-1-dev libzip-dev"
 test_packages="libgtest-dev libgmock-dev dbus-daemon dbus-bin psmisc e2fsprogs mount util-linux xvfb openbox
   xdotool x11-utils imagemagick attr acl rsync desktop-file-utils libglib2.0-bin gvfs xdg-utils
   polkitd pkexec passwd locales squashfs-tools squashfuse fuse3 binutils fonts-dejavu-core

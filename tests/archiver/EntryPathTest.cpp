@@ -23,7 +23,8 @@ TEST(EntryPathTest, EveryOtherByteIsPartOfAName) {
 }
 
 TEST(EntryPathTest, ANameThatLeadsOutIsNone) {
-  for (const char* name : {"", "/", "/etc/passwd", "//x", "..", "../x", "a/../../x", "a/..", "a/b/.."}) {
+  for (const char* name :
+       {"", "/", "/etc/passwd", "//x", "..", "../x", "a/../../x", "a/..", "a/b/.."}) {
     EXPECT_EQ(entryPath(name), std::nullopt) << name;
   }
 }

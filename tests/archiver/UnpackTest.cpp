@@ -104,8 +104,8 @@ TEST_F(UnpackTest, AnEmptyArchiveIsAnEmptyFolder) {
 }
 
 TEST_F(UnpackTest, NamesAreTakenAsTheyCome) {
-  const std::vector<std::string> names = {"line\nbreak", "\xFF\xFE", "back\\slash", "a\xCC\x88",
-                                          "\xC3\xA4", "\x1B[31m"};
+  const std::vector<std::string> names = {"line\nbreak", "\xFF\xFE", "back\\slash",
+                                          "a\xCC\x88",   "\xC3\xA4", "\x1B[31m"};
   std::vector<ZipEntry> entries;
   for (const std::string& name : names) entries.push_back({name, name});
   ASSERT_TRUE(unpackEntries(entries).ok());
@@ -309,9 +309,10 @@ TEST_F(UnpackTest, AnArchiveThatTheUserMayNotReadIsAFailure) {
 TEST_F(UnpackTest, AnOrdinaryUserUnpacksWhatIsClosed) {
   if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
   sandbox_.simulateMachine();
-  const std::string archive = sandbox_.makeFile(
-      "archive.zip", zipOf({{"closed/", "", 0040000}, {"closed/in/", "", 0040500},
-                            {"closed/in/file", "x", 0100000}}));
+  const std::string archive =
+      sandbox_.makeFile("archive.zip", zipOf({{"closed/", "", 0040000},
+                                              {"closed/in/", "", 0040500},
+                                              {"closed/in/file", "x", 0100000}}));
   sandbox_.becomeUser(Sandbox::kConsoleUser);
   const std::string target = sandbox_.home() + "/folder";
   EXPECT_TRUE(unpack(archive, target).ok());
