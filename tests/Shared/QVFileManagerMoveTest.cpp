@@ -7,6 +7,8 @@
 #include <string>
 
 #include "Shared/QVFileManager.h"
+#include "platform/Text.h"
+#include "tests/support/CaseInsensitiveDisk.h"
 #include "tests/support/ConsoleOf.h"
 #include "tests/support/FileChangesFixture.h"
 #include "tests/support/ImmutableFlag.h"
@@ -16,11 +18,16 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::chrono::seconds;
+using test::CaseInsensitiveDisk;
 using test::consoleOf;
 using test::readFile;
 using test::waitFor;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
+using testing::Not;
 
 class QVFileManagerMoveTest : public test::FileChangesFixture {
  protected:
@@ -204,6 +211,24 @@ TEST_F(QVFileManagerMoveTest, AChangeOfLetterCaseIsNotWaitedFor) {
     EXPECT_THAT(namesIn(inHome("f")), ElementsAre("\u00e4.txt"));
     EXPECT_EQ(readFile(inHome("f/\u00e4.txt")), "a");
   });
+}
+
+TEST_F(QVFileManagerMoveTest, OnADiskThatDoesNotTellLetterCaseTheNameChangesAsWell) {
+  if (!CaseInsensitiveDisk::isAvailable()) GTEST_SKIP() << CaseInsensitiveDisk::kNeeds;
+  const CaseInsensitiveDisk disk(sandbox_, "disk");
+  sandbox_.makeFile("disk/Readme", "a");
+  sandbox_.makeFile("disk/Folder/x", "x");
+  ASSERT_TRUE(exists(disk.mountPoint() + "/README"));
+  for (const char* name : {"/Readme", "/Folder"}) {
+    const std::string source = disk.mountPoint() + name;
+    const std::string moved = disk.mountPoint() + platform::text::lowercased(name);
+    EXPECT_TRUE(QVFileManager::moveFile(source, moved, false)) << name;
+    EXPECT_TRUE(QVFileManager::moveFile(moved, source, seconds(60))) << name;
+  }
+  EXPECT_EQ(readFile(disk.mountPoint() + "/Readme"), "a");
+  EXPECT_EQ(readFile(disk.mountPoint() + "/Folder/x"), "x");
+  EXPECT_THAT(namesIn(disk.mountPoint()), IsSupersetOf({"folder", "readme"}));
+  EXPECT_THAT(namesIn(disk.mountPoint()), Not(Contains(HasSubstr(" 2"))));
 }
 
 TEST_F(QVFileManagerMoveTest, WhereBothNamesAreTakenBothItemsStay) {
