@@ -5,9 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/linux/CopyQueue.h"
 #include "platform/linux/DirectoryChain.h"
 #include "platform/linux/DirectoryReader.h"
 
@@ -16,7 +20,24 @@ namespace {
 
 // How many names of folders that are still to be counted may be remembered at once.
 constexpr std::size_t kMaxPendingFolders = 16384;
+// How many files are handed to a thread at once.
+constexpr std::size_t kMaxFilesInBatch = 128;
 
+// What an entry is, and its bytes when it is a file.
+struct Found {
+  mode_t kind = 0;
+  std::uint64_t bytes = 0;
+};
+
+Found look(int folder, const std::string& name) {
+  struct stat status {};
+  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {};
+  const bool file = S_ISREG(status.st_mode);
+  return {status.st_mode & S_IFMT, file ? static_cast<std::uint64_t>(status.st_size) : 0};
+}
+
+// The folders are read by one thread; what takes most of the time, looking at their files, is done
+// by all.
 class CountingWalk {
  public:
   explicit CountingWalk(const std::function<bool(const CopyTotals&)>& goOn) : goOn_(goOn) {}
@@ -29,39 +50,45 @@ class CountingWalk {
     off_t position = 0;                // where reading it goes on
     bool read = false;                 // nothing more to read
   };
+  struct Batch {
+    DirectoryChain::Directory folder;
+    std::vector<std::string> files;
+  };
 
-  void add(int folder, const std::string& name, unsigned char type);
   void walk();
   void enter(int folder, const std::string& name);
   void read(Level& level);
-  void leave();
+  void take(Level& level, Batch& batch, const DirectoryReader::Entry& entry);
+  void send(Batch& batch);
+  void addItem();
+  CopyTotals totals() const;
 
   const std::function<bool(const CopyTotals&)>& goOn_;
   DirectoryChain chain_;
   std::vector<Level> levels_;
   std::size_t pendingFolders_ = 0;
-  CopyTotals totals_;
+  std::uint64_t items_ = 0;
   bool stopped_ = false;
+  std::atomic<std::uint64_t> bytes_ = 0;
+  CopyQueue queue_;  // last: its threads use what is above
 };
 
 CopyTotals CountingWalk::count(const Location& source) {
-  add(source.descriptor(), source.name, DT_UNKNOWN);
+  addItem();
+  bytes_ += look(source.descriptor(), source.name).bytes;
   enter(source.descriptor(), source.name);
   walk();
-  return totals_;
+  queue_.finish();
+  return totals();
 }
 
-// Only files have bytes; only they, and what the listing does not tell, are looked at.
-void CountingWalk::add(int folder, const std::string& name, unsigned char type) {
-  struct stat status {};
-  if (type == DT_REG || type == DT_UNKNOWN) {
-    const bool found = ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-    if (found && S_ISREG(status.st_mode)) {
-      totals_.bytes += static_cast<std::uint64_t>(status.st_size);
-    }
-  }
-  ++totals_.items;
-  stopped_ = stopped_ || !goOn_(totals_);
+CopyTotals CountingWalk::totals() const {
+  return {.items = items_, .bytes = bytes_};
+}
+
+void CountingWalk::addItem() {
+  ++items_;
+  stopped_ = stopped_ || !goOn_(totals());
 }
 
 void CountingWalk::walk() {
@@ -75,7 +102,9 @@ void CountingWalk::walk() {
     } else if (!level.read) {
       read(level);
     } else {
-      leave();
+      levels_.pop_back();
+      // Moved about meanwhile: what cannot be reached any more is left out.
+      if (chain_.pop() != 0) levels_.clear();
     }
   }
 }
@@ -93,6 +122,7 @@ void CountingWalk::enter(int folder, const std::string& name) {
 void CountingWalk::read(Level& level) {
   const int directory = chain_.top()->get();
   DirectoryReader reader(directory);
+  Batch batch = {chain_.top(), {}};
   level.read = ::lseek(directory, level.position, SEEK_SET) < 0;
   while (!level.read && !stopped_ &&
          (level.folders.empty() || pendingFolders_ < kMaxPendingFolders)) {
@@ -100,19 +130,33 @@ void CountingWalk::read(Level& level) {
     level.read = !entry;
     if (!entry) break;
     level.position = reader.position();
-    std::string name(entry->name);
-    add(directory, name, entry->type);
-    if (entry->type == DT_DIR || entry->type == DT_UNKNOWN) {
-      level.folders.push_back(std::move(name));
-      ++pendingFolders_;
-    }
+    take(level, batch, *entry);
+  }
+  send(batch);
+}
+
+void CountingWalk::take(Level& level, Batch& batch, const DirectoryReader::Entry& entry) {
+  addItem();
+  std::string name(entry.name);
+  const bool unknown = entry.type == DT_UNKNOWN;
+  const mode_t kind = unknown ? look(batch.folder->get(), name).kind : DTTOIF(entry.type);
+  if (kind == S_IFDIR) {
+    level.folders.push_back(std::move(name));
+    ++pendingFolders_;
+  } else if (kind == S_IFREG) {
+    batch.files.push_back(std::move(name));
+    if (batch.files.size() == kMaxFilesInBatch) send(batch);
   }
 }
 
-// Moved about meanwhile: what cannot be reached any more is left out.
-void CountingWalk::leave() {
-  levels_.pop_back();
-  if (chain_.pop() != 0) levels_.clear();
+void CountingWalk::send(Batch& batch) {
+  if (batch.files.empty()) return;
+  auto sent = std::make_shared<Batch>(Batch{batch.folder, std::exchange(batch.files, {})});
+  queue_.push([this, sent] {
+    std::uint64_t bytes = 0;
+    for (const std::string& file : sent->files) bytes += look(sent->folder->get(), file).bytes;
+    bytes_ += bytes;
+  });
 }
 
 }  // namespace
