@@ -23,7 +23,8 @@ test_packages="libgtest-dev libgmock-dev dbus-daemon dbus-bin psmisc e2fsprogs m
   xdotool x11-utils imagemagick attr acl rsync desktop-file-utils libglib2.0-bin gvfs xdg-utils
   polkitd pkexec passwd locales squashfs-tools squashfuse fuse3 ntfs-3g binutils fonts-dejavu-core
   adwaita-icon-theme"
-demo_packages="psmisc e2fsprogs mount util-linux passwd xvfb openbox xdotool imagemagick rsync
+demo_packages="psmisc e2fsprogs squashfs-tools squashfuse fuse3 mount util-linux passwd xvfb openbox
+  xdotool imagemagick rsync
   fonts-dejavu-core adwaita-icon-theme"
 package_packages="dpkg-dev file gzip libxml2-utils util-linux"
 lint_packages="clang clang-format clang-tidy"
