@@ -54,7 +54,8 @@ std::string header(const utsname& names) {
          formatted("Path:            %@\n", process_info::executablePath()) +
          formatted("Identifier:      %@\n", bundle.identifier()) +
          formatted("Version:         %@\n", bundle.infoString("CFBundleVersion")) +
-         formatted("System:          %s %s, %s\n", names.sysname, names.release, names.machine) +
+         formatted("System:          %@, %s\n", process_info::operatingSystemVersion(),
+                   names.machine) +
          formatted("Started by:      process %d, user %u\n\n", ::getppid(), ::getuid());
 }
 

@@ -8,7 +8,10 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 
+#include "Shared/QVLog.h"
+#include "platform/Exception.h"
 #include "platform/ProcessInfo.h"
 #include "tests/support/Sandbox.h"
 
@@ -16,6 +19,8 @@
 namespace {
 
 using test::Sandbox;
+using testing::EndsWith;
+using testing::HasSubstr;
 using testing::Optional;
 using testing::StartsWith;
 
@@ -27,18 +32,20 @@ class CrashLogsTest : public testing::Test {
     if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
     sandbox.simulateMachine();
   }
-  // Has a process of this program crash, and looks for its log.
-  static std::optional<std::string> logOfCrash() {
+  // Has a process of this program abort in `work`, and looks for its log.
+  static std::optional<std::string> logAfter(const std::function<void()>& work) {
     const pid_t child = ::fork();
     if (child == 0) {
       crash_logs::startWriting();
-      std::abort();
+      work();
+      ::_exit(0);
     }
     int status = 0;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
     return crash_logs::newerThan(kLongAgo, platform::process_info::processName());
   }
+  static std::optional<std::string> logOfCrash() { return logAfter(std::abort); }
   Sandbox sandbox;
 };
 
@@ -63,6 +70,20 @@ TEST_F(CrashLogsTest, AUserWithoutAHomeToWriteToDiesAllTheSame) {
   sandbox.becomeUser(Sandbox::kConsoleUser);
   ::setenv("HOME", "/proc", 1);
   EXPECT_EQ(logOfCrash(), std::nullopt);
+}
+
+// First the reason reaches the log, then the crash log is written.
+TEST_F(CrashLogsTest, AnUncaughtExceptionIsLoggedAndLeavesACrashLog) {
+  sandbox.becomeUser(Sandbox::kConsoleUser);
+  const auto fail = [] { throw platform::Exception("NSGenericException", "no luck"); };
+  const auto log = logAfter([&]() noexcept {
+    QVLog::createNewLog();
+    fail();
+  });
+  ASSERT_TRUE(log);
+  EXPECT_THAT(test::readFile(*log), HasSubstr("Signal:          SIGABRT (6), "));
+  EXPECT_THAT(test::readFile(sandbox.home() + "/Library/Logs/Quorvale/CrashLogsTest.1.log"),
+              EndsWith(" - no luck\n"));
 }
 
 }  // namespace

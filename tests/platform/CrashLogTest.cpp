@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/DetachedThread.h"
+#include "platform/ProcessInfo.h"
 #include "platform/linux/QuietThread.h"
 #include "tests/support/Sandbox.h"
 
@@ -88,7 +89,9 @@ TEST_F(CrashLogTest, TheLogBeginsWithTheProgramAndItsVersion) {
   const std::string text = test::readFile(folder + "/" + namesIn(folder).at(0));
   EXPECT_THAT(text, testing::StartsWith("Process:         CrashLogTest ["));
   EXPECT_THAT(text, HasSubstr("/CrashLogTest\nIdentifier:      (null)\nVersion:         (null)\n"));
-  EXPECT_THAT(text, HasSubstr("System:          Linux "));
+  EXPECT_THAT(
+      text,
+      HasSubstr("\nSystem:          " + platform::process_info::operatingSystemVersion() + ", "));
   EXPECT_THAT(text, HasSubstr("Signal:          SIGABRT (6), "));
 }
 
