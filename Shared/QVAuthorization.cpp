@@ -190,7 +190,7 @@ bool QVAuthorization::authRemoveFile(const Path& path) {
     console::log("Unable to delete path %@ because it is a system directory.", path);
     return false;
   }
-  return isUsable(path) && execFileTool(kRemove, {"-Rdf", *path}) == 0;
+  return path::namesItem(path) && execFileTool(kRemove, {"-Rdf", *path}) == 0;
 }
 
 bool QVAuthorization::authMoveFile(const Path& oldPath, const Path& newPath) {
@@ -206,7 +206,9 @@ bool QVAuthorization::authMoveFile(const Path& oldPath, const Path& newPath) {
     console::log("Unable to move path %@ because it is a system directory.", oldPath);
     return false;
   }
-  if (!isUsable(oldPath) || !isUsable(newPath) || !file_system::exists(*oldPath)) return false;
+  if (!path::namesItem(oldPath) || !isUsable(newPath) || !file_system::exists(*oldPath)) {
+    return false;
+  }
   return runTool(kMove, {"-f", *oldPath, *newPath});
 }
 

@@ -16,7 +16,8 @@
 // The operations return as soon as their tool is started and do not tell how it ended: a caller
 // that needs the result waits for it on disk. Refusals are reported on the console, not in the log.
 // The session takes no lock; use it from one thread at a time. Paths are absolute; none, an empty
-// one and a relative one are refused.
+// one and a relative one are refused, and what is removed, moved or trashed must have a name
+// (platform::path::namesItem).
 class QVAuthorization : public NeverReleased<QVAuthorization> {
  public:
   using Path = std::optional<std::string>;

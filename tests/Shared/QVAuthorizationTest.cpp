@@ -242,6 +242,18 @@ TEST_F(QVAuthorizationAsSuperuserTest, NothingThatHasNoNameIsTrashed) {
   EXPECT_THAT(namesIn(trash_), testing::ElementsAre("kept"));
 }
 
+TEST_F(QVAuthorizationAsSuperuserTest, NothingThatHasNoNameIsMovedOrRemoved) {
+  QVAuthorization& session = QVAuthorization::sharedController();
+  const std::string kept = sandbox_.makeFile("folder/in/kept");
+  const std::string to = sandbox_.makeDirectory("to");
+  for (const char* path : {"folder/.", "folder/in/.."}) {
+    EXPECT_FALSE(session.authRemoveFile(sandbox_.path(path))) << path;
+    EXPECT_FALSE(session.authMoveFile(sandbox_.path(path), to)) << path;
+  }
+  EXPECT_TRUE(fs::exists(kept));
+  EXPECT_TRUE(fs::is_empty(to));
+}
+
 TEST_F(QVAuthorizationAsSuperuserTest, WithNobodyAtTheConsoleThereIsNoTrash) {
   sandbox_.setNobodyAtConsole();
   const std::string file = sandbox_.makeFile("a.txt");
