@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/Alert.h"
 #include "platform/MainThread.h"
 #include "platform/StatusWindow.h"
 #include "tests/support/BesideMainLoop.h"
@@ -182,6 +183,27 @@ TEST_F(ExistenceWaitTest, AWindowRepaintsAndAnswersDuringAWaitOfFiveSeconds) {
     const milliseconds time = waited.get_future().get();
     EXPECT_GE(time, seconds(5));
     EXPECT_LT(time, seconds(6));
+  });
+}
+
+TEST_F(ExistenceWaitTest, APersonCanAnswerAnAlertDuringAWait) {
+  if (!XServer::isAvailable()) GTEST_SKIP() << XServer::kNeeds;
+  const XServer server(XServer::WindowManager::openbox);
+  test::besideMainLoop([&] {
+    std::promise<bool> came;
+    main_thread::perform(
+        [&] { came.set_value(existsWithin(sandbox_.path("coming"), seconds(60))); }, Wait::no);
+    std::atomic<bool> answered = false;
+    std::thread asker([&] {
+      platform::alert::run("Unable to install", "A message.");
+      answered = true;
+    });
+    EXPECT_TRUE(server.waitForWindow("Quorvale Software Update"));
+    server.pressKey("Return");
+    EXPECT_TRUE(test::waitFor([&] { return answered.load(); }));
+    sandbox_.makeFile("coming");
+    EXPECT_TRUE(came.get_future().get());
+    asker.join();
   });
 }
 
