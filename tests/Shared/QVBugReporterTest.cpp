@@ -346,9 +346,11 @@ TEST_F(QVBugReporterTest, ARecordThatCannotBeWrittenIsSurvived) {
 
 TEST_F(QVBugReporterTest, WithoutARecordFileTheUserDefaultsHoldTheRecord) {
   const std::string file = sandbox.home() + "/Library/Preferences/QVBugReporterTest.plist";
+  const Date before = std::chrono::system_clock::now();
   QVBugReporter::startBugReporter();
   ASSERT_TRUE(property_list::read(file));
-  EXPECT_EQ(property_list::read(file)->count("launch"), 1U);
+  ASSERT_EQ(property_list::read(file)->count("launch"), 1U);
+  EXPECT_GE(*property_list::read(file)->at("launch").get<Date>(), before - 1us) << "cut short";
   QVBugReporter::stopBugReporter();
   EXPECT_EQ(property_list::read(file)->count("exit"), 1U);
   EXPECT_EQ(QVBugReporter::checkForCrashes(), std::nullopt);

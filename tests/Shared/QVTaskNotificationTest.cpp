@@ -240,6 +240,15 @@ TEST_F(QVTaskNotificationTest, AHungHostCostsTheBoundAndIsReportedAsATimeout) {
   EXPECT_THAT(test::readFile(QVLog::availableLogs().front()), HasSubstr(kReport));
 }
 
+TEST_F(QVTaskNotificationTest, AFloodingHostCostsTheBoundAndIsReportedAsATimeout) {
+  CallbackHost host({"--name", kFirst, "--when-asked", "flood"});
+  std::chrono::nanoseconds time{};
+  EXPECT_THAT(printed([&] { time = timeOf(QVTaskNotification::postTaskFinished); }),
+              HasSubstr("Exception in +[QVTaskNotification postTaskFinished]. "
+                        "NSPortTimeoutException - "));
+  EXPECT_LT(time, kBound);
+}
+
 TEST_F(QVTaskNotificationTest, EveryPostReportsByItsOwnName) {
   const std::pair<void (*)(), const char*> posts[] = {
       {QVTaskNotification::postIncrementProgress, "postIncrementProgress]"},

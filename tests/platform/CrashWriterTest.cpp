@@ -274,6 +274,15 @@ TEST_F(CrashWriterTest, LogsOfOneSecondDoNotReplaceEachOther) {
                                                     testing::EndsWith("_host.crash"))));
 }
 
+TEST_F(CrashWriterTest, WhatAnEarlierProcessLeftHalfWrittenIsReplaced) {
+  ChildProgram probe({kProbe, folder, "wait"});
+  ASSERT_TRUE(probe.waitForLine("(ready)"));
+  sandbox.makeFile("reports/.crash-" + std::to_string(probe.id()), "half");
+  probe.signal(SIGSEGV);
+  EXPECT_EQ(signalOf(probe), SIGSEGV);
+  EXPECT_THAT(log(), testing::StartsWith("Process: "));
+}
+
 TEST_F(CrashWriterTest, ACoreDumpIsMadeAsWithoutAWriter) {
   std::string pattern;
   std::getline(std::ifstream("/proc/sys/kernel/core_pattern") >> std::ws, pattern);

@@ -32,6 +32,8 @@ bool CrashFile::create(int folder) noexcept {
   folder_ = folder;
   actAsOwnerOf(folder);
   hiddenName_.add(".crash-").addDecimal(::getpid());
+  // An earlier process of this number may have left one half written.
+  ::unlinkat(folder, hiddenName_.c_str(), 0);
   descriptor_ = ::openat(folder, hiddenName_.c_str(),
                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kForTheOwner);
   whole_ = descriptor_ >= 0;

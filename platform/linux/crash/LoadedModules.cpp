@@ -12,7 +12,7 @@ namespace {
 
 // A damaged list may have no end.
 constexpr int kMostModules = 1000;
-constexpr std::string_view kOwner("GNU", 4);
+constexpr std::string_view kOwner("GNU\0", 4);
 
 template <class T>
 const T* at(std::uintptr_t address) noexcept {
