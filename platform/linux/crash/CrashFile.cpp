@@ -16,21 +16,26 @@ namespace {
 constexpr mode_t kForTheOwner = 0600;
 
 // For the superuser, who may be writing into another person's home: nothing is made there that the
-// person could not have made. Whether the process leaves a core dump is not changed by it.
-void actAsOwnerOf(int folder) noexcept {
+// person could not have made. Whether the process leaves a core dump is not changed by it. False
+// when the person's rights could not be taken on.
+bool actAsOwnerOf(int folder) noexcept {
   struct stat status {};
-  if (::fstat(folder, &status) != 0 || status.st_uid == ::geteuid()) return;
+  if (::geteuid() != 0) return true;
+  if (::fstat(folder, &status) != 0) return false;
+  if (status.st_uid == 0) return true;
   const int dumpable = ::prctl(PR_GET_DUMPABLE);
   ::setfsgid(status.st_gid);
   ::setfsuid(status.st_uid);
   if (dumpable == 1) ::prctl(PR_SET_DUMPABLE, 1);
+  // It answers what was before, also when it has changed nothing.
+  return static_cast<uid_t>(::setfsuid(status.st_uid)) == status.st_uid;
 }
 
 }  // namespace
 
 bool CrashFile::create(int folder) noexcept {
   folder_ = folder;
-  actAsOwnerOf(folder);
+  if (!actAsOwnerOf(folder)) return false;
   hiddenName_.add(".crash-").addDecimal(::getpid());
   // An earlier process of this number may have left one half written.
   ::unlinkat(folder, hiddenName_.c_str(), 0);
