@@ -66,7 +66,8 @@ class QVFileManager {
   //
   // Refused are none, an empty and a relative path and, but for a folder to be made, one whose last
   // component is no name (platform::path::namesItem). An item is unlocked before it is looked for,
-  // which logs a missing one as an "Unable to unlock file".
+  // which logs a missing one as an "Unable to unlock file"; a link that leads nowhere counts as
+  // missing and stays.
 
   // Moves an item into the user's Trash, under another name where its own is taken; a missing item
   // is a success.

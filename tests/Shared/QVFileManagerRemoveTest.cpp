@@ -36,6 +36,14 @@ TEST_F(QVFileManagerRemoveTest, AMissingItemIsASuccessWithoutAnErrorLine) {
   });
 }
 
+TEST_F(QVFileManagerRemoveTest, ALinkThatLeadsNowhereCountsAsMissing) {
+  asUser(Rights::impossible, [this] {
+    fs::create_symlink("nowhere", inHome("link"));
+    EXPECT_TRUE(QVFileManager::removeFile(inHome("link")));
+    EXPECT_TRUE(exists(inHome("link")));
+  });
+}
+
 TEST_F(QVFileManagerRemoveTest, AnItemIsRemovedWithAllThatIsInItAndNotPutIntoTheTrash) {
   asUser(Rights::impossible, [this] {
     makeFileInHome("folder/in/a.txt");

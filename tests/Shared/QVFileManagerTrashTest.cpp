@@ -41,6 +41,14 @@ TEST_F(QVFileManagerTrashTest, AMissingItemIsASuccessAfterAFailedUnlock) {
   });
 }
 
+TEST_F(QVFileManagerTrashTest, ALinkThatLeadsNowhereCountsAsMissing) {
+  asUser(Rights::impossible, [this] {
+    fs::create_symlink("nowhere", inHome("link"));
+    EXPECT_TRUE(QVFileManager::trashFile(inHome("link")));
+    EXPECT_TRUE(exists(inHome("link")));
+  });
+}
+
 TEST_F(QVFileManagerTrashTest, AnItemGoesIntoTheTrashUnderItsOwnName) {
   asUser(Rights::impossible, [this] {
     EXPECT_TRUE(QVFileManager::trashFile(makeFileInHome("a.txt")));
