@@ -1,12 +1,13 @@
 #include <dirent.h>
 #include <fcntl.h>
 
-#include <algorithm>
+#include <utility>
 
 #include "platform/FileSystem.h"
 #include "platform/Wildcard.h"
 #include "platform/linux/DirectoryReader.h"
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/SortedNames.h"
 
 namespace platform::file_system {
 namespace {
@@ -30,26 +31,38 @@ Kind kindAt(const std::string& folder, const std::string& name) {
 }
 
 template <typename Wanted>
-std::optional<std::vector<Entry>> sortedEntries(const std::string& path, Wanted isWanted) {
+std::optional<SortedNames> names(const std::string& path, Wanted isWanted) {
   const FileDescriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return std::nullopt;
   DirectoryReader reader(directory.get());
-  std::vector<Entry> entries;
+  SortedNames found;
   while (const auto entry = reader.next()) {
-    if (!isWanted(entry->name)) continue;
-    Entry& item = entries.emplace_back(Entry{std::string(entry->name), kindOf(entry->type)});
-    if (entry->type == DT_UNKNOWN) item.kind = kindAt(path, item.name);
+    if (isWanted(entry->name)) found.add(entry->name, entry->type);
   }
-  if (reader.error() != 0) return std::nullopt;
-  std::sort(entries.begin(), entries.end(),
-            [](const Entry& a, const Entry& b) { return a.name < b.name; });
+  return reader.error() == 0 ? std::optional(std::move(found)) : std::nullopt;
+}
+
+template <typename Wanted>
+std::optional<std::vector<Entry>> sortedEntries(const std::string& path, Wanted isWanted) {
+  std::optional<SortedNames> found = names(path, isWanted);
+  if (!found) return std::nullopt;
+  std::vector<Entry> entries;
+  entries.reserve(found->size());
+  found->takeAll([&](std::string_view name, unsigned char type) {
+    Entry& item = entries.emplace_back(Entry{std::string(name), kindOf(type)});
+    if (type == DT_UNKNOWN) item.kind = kindAt(path, item.name);
+  });
   return entries;
+}
+
+bool isAny(std::string_view) {
+  return true;
 }
 
 }  // namespace
 
 std::optional<std::vector<Entry>> entries(const std::string& path) {
-  return sortedEntries(path, [](std::string_view) { return true; });
+  return sortedEntries(path, isAny);
 }
 
 std::optional<std::vector<Entry>> entries(const std::string& path, std::string_view pattern) {
@@ -57,12 +70,12 @@ std::optional<std::vector<Entry>> entries(const std::string& path, std::string_v
 }
 
 std::optional<std::vector<std::string>> list(const std::string& path) {
-  std::optional<std::vector<Entry>> found = entries(path);
+  std::optional<SortedNames> found = names(path, isAny);
   if (!found) return std::nullopt;
-  std::vector<std::string> names;
-  names.reserve(found->size());
-  for (Entry& entry : *found) names.push_back(std::move(entry.name));
-  return names;
+  std::vector<std::string> sorted;
+  sorted.reserve(found->size());
+  found->takeAll([&](std::string_view name, unsigned char) { sorted.emplace_back(name); });
+  return sorted;
 }
 
 }  // namespace platform::file_system
