@@ -148,7 +148,7 @@ TEST_F(QVFileManagerProgressTest, TheFormsWithTheOperationArePreferred) {
 }
 
 TEST_F(QVFileManagerProgressTest, WhatTheDelegateAnswersIsLookedUpForEachMessage) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!test::SlowFiles::canBeMade()) GTEST_SKIP() << test::SlowFiles::kNeeds;
   makeFiles(100);
   const test::SlowFiles slow(tree(), milliseconds(2));
   delegate_->fileOperationProgress = [&](const Status&) {
@@ -162,7 +162,7 @@ TEST_F(QVFileManagerProgressTest, WhatTheDelegateAnswersIsLookedUpForEachMessage
 }
 
 TEST_F(QVFileManagerProgressTest, MessagesComeAtMostOnceASecond) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!test::SlowFiles::canBeMade()) GTEST_SKIP() << test::SlowFiles::kNeeds;
   makeFiles(240);
   const test::SlowFiles slow(tree(), milliseconds(10));
   std::vector<steady_clock::time_point> times;
@@ -260,7 +260,7 @@ TEST_F(QVFileManagerProgressTest, WhatIsThereIsKeptAndTheEndIsTold) {
 }
 
 TEST_F(QVFileManagerProgressTest, ADelegateMayCancelFromItsMessage) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!test::SlowFiles::canBeMade()) GTEST_SKIP() << test::SlowFiles::kNeeds;
   makeFiles(500);
   const test::SlowFiles slow(tree(), milliseconds(2));
   delegate_->fileOperationProgressWithOperation = [](const Status&, const Operation& operation) {
@@ -327,7 +327,7 @@ TEST_F(QVFileManagerProgressTest, AfterTheEndOfTheMainLoopNothingIsScheduled) {
 }
 
 TEST_F(QVFileManagerProgressTest, ADelegateThatUnschedulesTheOperationItselfIsNotedAtTheEnd) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!test::SlowFiles::canBeMade()) GTEST_SKIP() << test::SlowFiles::kNeeds;
   makeFiles(100);
   const test::SlowFiles slow(tree(), milliseconds(2));
   const std::size_t threads = test::threads();

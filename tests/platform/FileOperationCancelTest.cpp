@@ -123,7 +123,7 @@ TEST_F(FileOperationCancelTest, ACancelledCopyOfALargeFileStopsInTheMiddle) {
 }
 
 TEST_F(FileOperationCancelTest, TheEndOfTheApplicationEndsTheCopyAndLeavesNothing) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
   makeFiles(500);
   const SlowFiles slow(tree(), milliseconds(2));
   test::besideMainLoop([this] {

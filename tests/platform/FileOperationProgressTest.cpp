@@ -82,7 +82,7 @@ TEST_F(FileOperationProgressTest, CountersGrowAndEndAtTheirTotals) {
 }
 
 TEST_F(FileOperationProgressTest, ReportsKeepTheirDistance) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
   makeFiles(200);
   const SlowFiles slow(tree(), milliseconds(5));
   started(milliseconds(200));
@@ -97,7 +97,7 @@ TEST_F(FileOperationProgressTest, ReportsKeepTheirDistance) {
 }
 
 TEST_F(FileOperationProgressTest, ALongPreflightIsReportedWithWhatItHasFound) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
   for (int i = 0; i < 60; ++i) sandbox_.makeFile("tree/" + std::to_string(i) + "/file", "12345");
   {
     const SlowFiles slow(tree(), milliseconds(5), SlowFiles::Folders::slow);
@@ -152,7 +152,7 @@ TEST_F(FileOperationProgressTest, EachNameOfALinkedFileCountsAsAFile) {
 }
 
 TEST_F(FileOperationProgressTest, ASourceThatGrowsRaisesTheTotal) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
   makeFiles(100);
   const SlowFiles slow(tree(), milliseconds(2));
   recorder_->reaction = [&](const Operation&, const Report& report) {

@@ -54,7 +54,7 @@ TEST_F(FileOperationTest, ASingleFileAndASingleLinkAreCopied) {
 }
 
 TEST_F(FileOperationTest, ASourceThatVanishesFailsTheCopyAndLeavesNothing) {
-  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
   makeFiles(100);
   const SlowFiles slow(tree(), milliseconds(2));
   recorder_->reaction = [&](const Operation&, const Report& report) {

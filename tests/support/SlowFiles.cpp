@@ -5,12 +5,18 @@
 #include <sys/fanotify.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <system_error>
+
+#include "tests/support/Sandbox.h"
 
 namespace test {
 namespace {
+
+int openEvents() {
+  return ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC);
+}
 
 int checked(int result) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), "fanotify");
@@ -19,10 +25,18 @@ int checked(int result) {
 
 }  // namespace
 
+// static
+bool SlowFiles::canBeMade() {
+  const int events = openEvents();
+  const bool made = events >= 0 && ::fanotify_mark(events, FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD,
+                                                   "/proc/self/exe") == 0;
+  if (events >= 0) ::close(events);
+  return made && Sandbox::canSimulateMachine();
+}
+
 SlowFiles::SlowFiles(const std::string& mountPoint, std::chrono::milliseconds delay,
                      Folders folders)
-    : events_(checked(
-          ::fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC))) {
+    : events_(checked(openEvents())) {
   const std::uint64_t mask =
       folders == Folders::slow ? FAN_OPEN_PERM | FAN_ONDIR : std::uint64_t{FAN_OPEN_PERM};
   checked(

@@ -8,11 +8,15 @@
 namespace test {
 
 // Makes a file system slow while it lives: everything that is opened in it is kept waiting, one
-// opening after the other, so that what works on many files takes as long as a test needs it to. As
-// root.
+// opening after the other, so that what works on many files takes as long as a test needs it to.
 class SlowFiles {
  public:
   enum class Folders { quick, slow };
+
+  // A test that needs it says
+  //     if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
+  static bool canBeMade();
+  static constexpr char kNeeds[] = "needs root, and a kernel that lets somebody allow each opening";
 
   // `mountPoint` is a mount of the sandbox's own.
   SlowFiles(const std::string& mountPoint, std::chrono::milliseconds delay,
