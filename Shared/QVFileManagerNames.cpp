@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <string_view>
 
 #include "Shared/QVFileManager.h"
 #include "platform/FileSystem.h"
@@ -17,8 +18,8 @@ bool hasWildcard(const std::string& text) {
 }
 
 // A listing says of all but links whether they are there.
-bool isThere(const file_system::Entry& entry, const std::string& full) {
-  return entry.kind != file_system::Kind::symbolicLink || file_system::exists(full);
+bool isThere(file_system::Kind kind, const std::string& full) {
+  return kind != file_system::Kind::symbolicLink || file_system::exists(full);
 }
 
 // What stands before each name of the folder.
@@ -29,14 +30,14 @@ std::string prefixOfItemsIn(const std::string& folder) {
 }
 
 void addEntriesLike(const std::string& folder, const std::string& pattern, Paths& matches) {
-  const auto entries = file_system::entries(folder, pattern);
-  if (!entries) return;
   const std::string prefix = prefixOfItemsIn(folder);
-  matches.reserve(matches.size() + entries->size());
-  for (const file_system::Entry& entry : *entries) {
-    std::string full = prefix + entry.name;
-    if (isThere(entry, full)) matches.push_back(std::move(full));
-  }
+  file_system::visitEntriesLike(folder, pattern,
+                                [&](std::string_view name, file_system::Kind kind) {
+                                  std::string full;
+                                  full.reserve(prefix.size() + name.size());
+                                  full.append(prefix).append(name);
+                                  if (isThere(kind, full)) matches.push_back(std::move(full));
+                                });
 }
 
 Paths next(const Paths& candidates, const std::string& component) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -71,10 +72,12 @@ struct Entry {
   Kind kind = Kind::other;
 };
 
-// The same listing with what each entry is; of the names that are like `pattern`
-// (platform/Wildcard.h) when one is given.
+// The same listing with what each entry is.
 std::optional<std::vector<Entry>> entries(const std::string& path);
-std::optional<std::vector<Entry>> entries(const std::string& path, std::string_view pattern);
+// Calls `visit` for each entry whose name is like `pattern` (platform/Wildcard.h), in the same
+// order; the name is valid during the call. For none when the directory cannot be read.
+void visitEntriesLike(const std::string& path, std::string_view pattern,
+                      const std::function<void(std::string_view name, Kind kind)>& visit);
 
 // Makes a directory and the missing ones above it, with default permissions. One that is already
 // there is a success. What the superuser makes inside the console user's home belongs to the owner

@@ -25,8 +25,10 @@ Kind kindOf(unsigned char type) {
   }
 }
 
-Kind kindAt(const std::string& folder, const std::string& name) {
-  const std::optional<Attributes> found = attributes(folder + "/" + name);
+// Where the listing does not say, the item does.
+Kind kindAt(const std::string& folder, std::string_view name, unsigned char type) {
+  if (type != DT_UNKNOWN) return kindOf(type);
+  const std::optional<Attributes> found = attributes(folder + "/" + std::string(name));
   return found ? found->kind : Kind::other;
 }
 
@@ -42,19 +44,6 @@ std::optional<SortedNames> names(const std::string& path, Wanted isWanted) {
   return reader.error() == 0 ? std::optional(std::move(found)) : std::nullopt;
 }
 
-template <typename Wanted>
-std::optional<std::vector<Entry>> sortedEntries(const std::string& path, Wanted isWanted) {
-  std::optional<SortedNames> found = names(path, isWanted);
-  if (!found) return std::nullopt;
-  std::vector<Entry> entries;
-  entries.reserve(found->size());
-  found->takeAll([&](std::string_view name, unsigned char type) {
-    Entry& item = entries.emplace_back(Entry{std::string(name), kindOf(type)});
-    if (type == DT_UNKNOWN) item.kind = kindAt(path, item.name);
-  });
-  return entries;
-}
-
 bool isAny(std::string_view) {
   return true;
 }
@@ -62,11 +51,22 @@ bool isAny(std::string_view) {
 }  // namespace
 
 std::optional<std::vector<Entry>> entries(const std::string& path) {
-  return sortedEntries(path, isAny);
+  std::optional<SortedNames> found = names(path, isAny);
+  if (!found) return std::nullopt;
+  std::vector<Entry> sorted;
+  sorted.reserve(found->size());
+  found->takeAll([&](std::string_view name, unsigned char type) {
+    sorted.push_back({std::string(name), kindAt(path, name, type)});
+  });
+  return sorted;
 }
 
-std::optional<std::vector<Entry>> entries(const std::string& path, std::string_view pattern) {
-  return sortedEntries(path, [&](std::string_view name) { return isLike(name, pattern); });
+void visitEntriesLike(const std::string& path, std::string_view pattern,
+                      const std::function<void(std::string_view name, Kind kind)>& visit) {
+  auto found = names(path, [&](std::string_view name) { return isLike(name, pattern); });
+  if (!found) return;
+  found->takeAll(
+      [&](std::string_view name, unsigned char type) { visit(name, kindAt(path, name, type)); });
 }
 
 std::optional<std::vector<std::string>> list(const std::string& path) {

@@ -101,16 +101,22 @@ TEST_F(FileSystemTest, EntriesSayWhatEachNameIs) {
   EXPECT_EQ(entries->at(2).kind, fs::Kind::symbolicLink);
 }
 
-TEST_F(FileSystemTest, OnlyTheEntriesThatAreLikeAPatternAreListedInOrder) {
+TEST_F(FileSystemTest, OnlyTheEntriesThatAreLikeAPatternAreVisitedInOrder) {
   for (const char* name : {"b.log", ".a.log", "a.txt", "a.log"}) {
     sandbox_.makeFile(std::string("folder/") + name);
   }
-  const auto entries = fs::entries(sandbox_.path("folder"), "*.log");
-  ASSERT_TRUE(entries);
+  sandbox_.makeDirectory("folder/d.log");
   std::vector<std::string> names;
-  for (const fs::Entry& entry : *entries) names.push_back(entry.name);
-  EXPECT_THAT(names, ElementsAre(".a.log", "a.log", "b.log"));
-  EXPECT_FALSE(fs::entries(sandbox_.path("missing"), "*"));
+  std::vector<fs::Kind> kinds;
+  const auto note = [&](std::string_view name, fs::Kind kind) {
+    names.emplace_back(name);
+    kinds.push_back(kind);
+  };
+  fs::visitEntriesLike(sandbox_.path("folder"), "*.log", note);
+  fs::visitEntriesLike(sandbox_.path("missing"), "*", note);
+  EXPECT_THAT(names, ElementsAre(".a.log", "a.log", "b.log", "d.log"));
+  EXPECT_EQ(kinds.front(), fs::Kind::regular);
+  EXPECT_EQ(kinds.back(), fs::Kind::directory);
 }
 
 TEST_F(FileSystemTest, OnlyADirectoryCanBeListed) {
