@@ -22,7 +22,8 @@ build_packages="build-essential cmake ninja-build pkg-config libglib2.0-dev libg
 test_packages="libgtest-dev libgmock-dev dbus-daemon dbus-bin psmisc e2fsprogs mount util-linux xvfb openbox
   xdotool x11-utils imagemagick attr acl rsync desktop-file-utils libglib2.0-bin gvfs xdg-utils
   polkitd pkexec passwd locales squashfs-tools squashfuse fuse3 fuse2fs fuseiso genisoimage ntfs-3g
-  binutils xclip fonts-dejavu-core adwaita-icon-theme"
+  binutils xclip unzip zip libarchive-tools p7zip-full python3 fonts-dejavu-core
+  adwaita-icon-theme"
 demo_packages="psmisc e2fsprogs squashfs-tools squashfuse fuse3 mount util-linux passwd xvfb openbox
   xdotool imagemagick rsync
   fonts-dejavu-core adwaita-icon-theme"

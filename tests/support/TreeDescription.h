@@ -12,6 +12,9 @@ namespace test {
 // each other.
 std::vector<std::string> describeTree(const std::string& root);
 
+// Gives every item of a tree, links themselves too, one and the same whole second as its time.
+void setTimesToASecond(const std::string& root);
+
 // Makes, at `root`, a tree with one of everything that is easily lost in copying. Devices and
 // foreign owners are in it when this process is root.
 void makeHostileTree(const std::string& root);

@@ -1,0 +1,76 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "archiver/Unpack.h"
+#include "platform/linux/DirectoryReader.h"
+#include "platform/linux/RemoveTree.h"
+
+// The bytes of an archive, which is really unpacked: into a folder of the target's own, beside which
+// there must be nothing afterwards, and in which nothing runs as somebody else and nothing is a
+// device.
+namespace {
+
+using platform::FileDescriptor;
+
+constexpr archiver::Bounds kBounds = {.bytes = 1U << 20U, .items = 200};
+
+void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+// Made once; what is in it goes away after each run.
+const std::string& place() {
+  static const std::string path = [] {
+    char name[] = "/dev/shm/archive-fuzzer-XXXXXX";
+    require(::mkdtemp(name) != nullptr);
+    return std::string(name);
+  }();
+  return path;
+}
+
+int countIn(int folder) {
+  platform::DirectoryReader reader(folder);
+  int count = 0;
+  while (reader.next()) ++count;
+  return count;
+}
+
+void checkItems(int folder) {
+  platform::DirectoryReader reader(folder);
+  while (const auto entry = reader.next()) {
+    const std::string name(entry->name);
+    struct stat status {};
+    require(::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0);
+    require((status.st_mode & (S_ISUID | S_ISGID)) == 0);
+    require(S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode));
+    if (!S_ISDIR(status.st_mode)) continue;
+    const FileDescriptor below(::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+    if (below) checkItems(below.get());
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const archiver::ZipReader reader(std::string_view(reinterpret_cast<const char*>(data), size));
+  if (!reader.status().ok()) return 0;
+  const platform::Location folder = platform::locate(place() + "/folder");
+  require(::mkdirat(folder.descriptor(), folder.name.c_str(), S_IRWXU) == 0);
+  {
+    const FileDescriptor root(
+        ::openat(folder.descriptor(), folder.name.c_str(), O_RDONLY | O_DIRECTORY));
+    require(static_cast<bool>(root));
+    static_cast<void>(archiver::unpackInto(reader, root.get(), kBounds).ok());
+    checkItems(root.get());
+  }
+  const FileDescriptor around(::open(place().c_str(), O_RDONLY | O_DIRECTORY));
+  require(countIn(around.get()) == 1);
+  require(removeTree(folder, platform::LockedFolders::open).ok());
+  return 0;
+}
