@@ -39,8 +39,8 @@ void send(const MessageWithOperation& preferred, const Message& other, Status st
 }
 
 void addEntries(Status& status, const PropertyList::Dictionary& entries) {
-  for (const auto& [key, entry] : entries) {
-    std::visit([&](const auto& value) { status[key] = value; }, entry.value());
+  for (const auto& entry : entries) {
+    std::visit([&](const auto& value) { status[entry.first] = value; }, entry.second.value());
   }
 }
 

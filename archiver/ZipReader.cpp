@@ -22,10 +22,13 @@ Status refusal(const std::string& name, const char* reason) {
   return Status::failure(EINVAL, "refused \"" + name + "\": " + reason);
 }
 
+bool isUnix(zip_uint8_t system) {
+  return system == ZIP_OPSYS_UNIX || system == ZIP_OPSYS_OS_X;
+}
+
 // The mode that a Unix system keeps in the upper half of the attributes; 0 when there is none.
 mode_t modeIn(zip_uint8_t system, zip_uint32_t attributes) {
-  const bool unixLike = system == ZIP_OPSYS_UNIX || system == ZIP_OPSYS_OS_X;
-  return unixLike ? attributes >> 16U : 0;
+  return isUnix(system) ? attributes >> 16U : 0;
 }
 
 // None for what is no file, folder or link.
@@ -35,6 +38,15 @@ std::optional<EntryKind> kindOf(const std::string& name, mode_t mode, zip_uint32
   if (type == S_IFDIR || name.ends_with('/')) return EntryKind::folder;
   if (type != 0) return type == S_IFREG ? std::optional(EntryKind::file) : std::nullopt;
   return mode == 0 && (attributes & kDosFolder) != 0 ? EntryKind::folder : EntryKind::file;
+}
+
+// Why an entry must not be unpacked; none when it may.
+const char* objection(const std::optional<std::string>& path, std::optional<EntryKind> kind,
+                      zip_uint16_t encryption) {
+  if (!path) return "the name leads out of the folder";
+  if (!kind) return "neither a file, a folder nor a link";
+  if (path->empty() && *kind != EntryKind::folder) return "it has no name";
+  return encryption == ZIP_EM_NONE ? nullptr : "it is protected by a password";
 }
 
 }  // namespace
@@ -90,14 +102,12 @@ Status ZipReader::describe(zip_uint64_t index, Entry& entry) const {
     return statusOf(zip_, "an entry cannot be read");
   }
   const mode_t mode = modeIn(system, attributes);
-  const std::string name = nameOf(index, system != ZIP_OPSYS_DOS);
+  const std::string name = nameOf(index, isUnix(system));
   const std::optional<std::string> path = entryPath(name);
   const std::optional<EntryKind> kind = kindOf(name, mode, attributes);
-  if (!path) return refusal(name, "the name leads out of the folder");
-  if (!kind) return refusal(name, "neither a file, a folder nor a link");
-  if (path->empty() && *kind != EntryKind::folder) return refusal(name, "it has no name");
-  const bool encrypted = found.encryption_method != ZIP_EM_NONE;
-  if (encrypted) return refusal(name, "it is protected by a password");
+  if (const char* reason = objection(path, kind, found.encryption_method); reason != nullptr) {
+    return refusal(name, reason);
+  }
   entry = {.index = index,
            .path = *path,
            .kind = *kind,

@@ -20,6 +20,7 @@ using platform::Status;
 
 // The library writes no file for an archive without entries; this is the end that one has.
 constexpr std::string_view kEmptyArchive("PK\5\6\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 22);
+constexpr std::string_view kNotWritten("the archive cannot be written");
 constexpr zip_uint32_t kDosFolder = 0x10;
 // What zip tools use unless they are told: the last few percent would take twice the time.
 constexpr zip_uint32_t kLevel = 6;
@@ -58,7 +59,7 @@ ZipWriter::ZipWriter(const std::string& path, int root)
     : path_(path), sources_{.root = root, .failure = {}}, zip_(nullptr, zip_discard) {
   int error = 0;
   zip_.reset(zip_open(path.c_str(), ZIP_CREATE | ZIP_EXCL, &error));
-  if (!zip_) opened_ = statusOfCode(error, path);
+  if (!zip_) opened_ = statusOfCode(error, kNotWritten);
   if (zip_) zip_register_cancel_callback_with_state(zip_.get(), cancelled, nullptr, nullptr);
 }
 
@@ -112,7 +113,7 @@ Status ZipWriter::finishEmpty() {
   zip_.reset();
   const platform::FileDescriptor file(
       ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (!file) return platform::statusFromErrno(errno, path_);
+  if (!file) return platform::statusFromErrno(errno, kNotWritten);
   return platform::writeAll(file.get(), kEmptyArchive).status;
 }
 
@@ -124,7 +125,7 @@ Status ZipWriter::finish() {
     static_cast<void>(zip_.release());
     return {};
   }
-  return sources_.failure.ok() ? statusOf(zip_, path_) : sources_.failure;
+  return sources_.failure.ok() ? statusOf(zip_, kNotWritten) : sources_.failure;
 }
 
 }  // namespace archiver

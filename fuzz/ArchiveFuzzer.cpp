@@ -11,9 +11,9 @@
 #include "platform/linux/DirectoryReader.h"
 #include "platform/linux/RemoveTree.h"
 
-// The bytes of an archive, which is really unpacked: into a folder of the target's own, beside which
-// there must be nothing afterwards, and in which nothing runs as somebody else and nothing is a
-// device.
+// The bytes of an archive, which is really unpacked: into a folder of the target's own, beside
+// which there must be nothing afterwards, and in which nothing runs as somebody else and nothing is
+// a device.
 namespace {
 
 using platform::FileDescriptor;

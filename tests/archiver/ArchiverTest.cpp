@@ -52,8 +52,8 @@ TEST_F(ArchiverTest, AFailureIsSaidInOneLine) {
 
 TEST_F(ArchiverTest, AnythingElseThanTheTwoCommandsIsAWrongUse) {
   const std::string file = sandbox_.makeFile("file");
-  for (const std::string arguments :
-       {"", "-ck", "-xk", "-ck --keepParent", "-x a b", "--keepParent -ck /a /b", "-xk --keepParent /a /b"}) {
+  for (const std::string arguments : {"", "-ck", "-xk", "-ck --keepParent", "-x a b",
+                                      "--keepParent -ck /a /b", "-xk --keepParent /a /b"}) {
     EXPECT_EQ(run(arguments), kUsageError) << arguments;
     EXPECT_THAT(message(), HasSubstr("usage: archiver"));
   }

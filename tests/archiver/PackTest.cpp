@@ -122,9 +122,9 @@ TEST_F(PackTest, SpecialFilesAreSkippedAndSaid) {
   ASSERT_EQ(::mkfifo(sandbox_.path("source/folder/pipe").c_str(), 0600), 0);
   testing::internal::CaptureStderr();
   EXPECT_TRUE(pack(sandbox_.path("source/folder"), archive(), true).ok());
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "archiver: skipped " + sandbox_.path("source/folder/pipe") +
-                ": neither a file, a folder nor a link\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "archiver: skipped " +
+                                                        sandbox_.path("source/folder/pipe") +
+                                                        ": neither a file, a folder nor a link\n");
   ASSERT_TRUE(unpack(archive(), unpacked()).ok());
   EXPECT_FALSE(fs::exists(unpacked() + "/folder/pipe"));
 }
@@ -212,8 +212,7 @@ TEST_F(PackTest, AnOrdinaryUserMayPackIntoAFolderOfTheirOwnOnly) {
 TEST_F(PackTest, AProgramThatIsAskedToEndLeavesNothing) {
   const std::string file = sandbox_.makeFile("source/large");
   fs::resize_file(file, 20ULL << 30U);
-  test::ChildProgram program(
-      {QV_TEST_BUNDLE "/Contents/Linux/archiver", "-ck", file, archive()});
+  test::ChildProgram program({QV_TEST_BUNDLE "/Contents/Linux/archiver", "-ck", file, archive()});
   ASSERT_TRUE(test::waitFor([this] { return !place().empty(); }));
   program.signal(SIGTERM);
   EXPECT_TRUE(test::waitFor([&] { return !program.isRunning(); }));
