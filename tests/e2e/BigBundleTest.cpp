@@ -1,0 +1,191 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <ostream>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/Polkit.h"
+#include "tests/support/SlowFiles.h"
+#include "tests/support/UpdateMachine.h"
+#include "tests/support/WaitFor.h"
+
+// Updates whose copy takes much longer than the helper's fixed pauses: an application of 300 MB on
+// a disk image that is slow to read.
+namespace {
+
+namespace fs = std::filesystem;
+using test::Polkit;
+using test::Sandbox;
+using test::SlowFiles;
+using test::UpdateMachine;
+using test::waitFor;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr int kFiles = 60;
+constexpr std::size_t kFileSize = std::size_t{5} << 20;
+// The whole copy takes half a minute then, or ends soon after the slowness does.
+constexpr std::chrono::milliseconds kDelay(500);
+constexpr std::chrono::seconds kCopyLimit(30);
+
+enum class As { user, superuser };
+
+void PrintTo(As as, std::ostream* out) {
+  *out << (as == As::user ? "an ordinary user" : "the superuser");
+}
+
+bool succeeds(const std::string& command) {
+  return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+void run(const std::string& command) {
+  if (!succeeds(command)) throw std::runtime_error("failed: " + command);
+}
+
+class BigBundleTest : public testing::TestWithParam<As> {
+ protected:
+  void SetUp() override {
+    if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+    machine_.emplace(UpdateMachine::Pauses::quick);
+    if (isUser()) {
+      // No one needs to be asked: the updater has rights and hands them down.
+      polkit_.emplace(sandbox(), Polkit::Without::bus);
+      machine().runWithRightsHandedDownTo(Sandbox::kConsoleUser);
+    }
+  }
+
+  static bool isUser() { return GetParam() == As::user; }
+  UpdateMachine& machine() { return *machine_; }
+  Sandbox& sandbox() { return machine().sandbox(); }
+  std::string image() { return sandbox().path("image/Sample.app"); }
+
+  // Where only the superuser may write.
+  void install() {
+    machine().makeBundle(machine().destination(), "1.0");
+    run("chown -R 0:0 '" + sandbox().path("Applications") + "'");
+  }
+
+  void attachBigImage() {
+    machine().makeBundle(image(), "2.0");
+    std::vector<unsigned> data(kFileSize / sizeof(unsigned));
+    std::mt19937 random(20261121);
+    for (unsigned& word : data) word = static_cast<unsigned>(random());
+    for (int i = 0; i < kFiles; ++i) {
+      std::ofstream(image() + "/Contents/Resources/part" + std::to_string(i), std::ios::binary)
+          .write(reinterpret_cast<const char*>(data.data()), std::streamsize{kFileSize});
+    }
+    const std::string file = sandbox().path("update.img");
+    const std::string mountPoint = sandbox().makeDirectory("Volumes/Sample 2.0");
+    run("mksquashfs '" + sandbox().path("image") + "' '" + file +
+        "' -quiet -no-progress -noI -noD -noF -noX");
+    if (isUser()) {
+      mountAsUser(file, mountPoint);
+    } else {
+      run("mount -t squashfs -o loop,ro '" + file + "' '" + mountPoint + "'");
+    }
+  }
+
+  // A file system of the person's own, which root may read too.
+  void mountAsUser(const std::string& file, const std::string& mountPoint) {
+    std::ofstream(sandbox().path("etc/fuse.conf"), std::ios::app) << "user_allow_other\n";
+    fs::permissions(file, fs::perms(0644));
+    run("chown 61001 '" + mountPoint + "'");
+    run("setpriv --reuid=61001 --regid=61001 --clear-groups squashfuse -o allow_root '" + file +
+        "' '" + mountPoint + "'");
+  }
+
+  std::vector<std::string> arguments() {
+    return {"-source",    machine().source(),     "-destination", machine().destination(),
+            "-mountpath", machine().mountPoint(), "-silent",      "NO"};
+  }
+
+  std::string entry() {
+    const std::string folder =
+        isUser() ? sandbox().homeOf(Sandbox::kConsoleUser) + "/.local/share" : "/usr/local/share";
+    return folder + "/applications/com.quorvale.Sample.desktop";
+  }
+  bool isOpened() { return fs::exists(machine().launchRecord()); }
+  bool isWhole() {
+    return succeeds("diff -r --no-dereference '" + image() + "' '" + machine().destination() + "'");
+  }
+
+  std::vector<std::string> expectedLog() {
+    std::vector<std::string> lines = {"Beginning installation...",
+                                      "Source path: " + machine().source(),
+                                      "Destination path: " + machine().destination(),
+                                      "Mount path: " + machine().mountPoint(),
+                                      "Silent: 0",
+                                      "Path is valid.",
+                                      "Waiting for software updater to close naturally...",
+                                      "Killing software updater instances...",
+                                      "Trashing old application..."};
+    if (isUser()) lines.emplace_back("Auth trashing old application...");
+    for (const char* line :
+         {"Preparing to copy files...", "File copy successful.", "Launching app...",
+          "Cleaning up...", "Task /usr/bin/hdiutil timed out. Terminating...",
+          "Terminating self..."}) {
+      lines.emplace_back(line);
+    }
+    return lines;
+  }
+
+ private:
+  std::optional<UpdateMachine> machine_;
+  std::optional<Polkit> polkit_;
+};
+
+INSTANTIATE_TEST_SUITE_P(, BigBundleTest, testing::Values(As::user, As::superuser),
+                         [](const auto& instance) {
+                           return instance.param == As::user ? "AsAUser" : "AsSuperuser";
+                         });
+
+TEST_P(BigBundleTest, IsOpenedAndItsImageDetachedWhenItIsWholeThoughTheHelperHasEnded) {
+  install();
+  attachBigImage();
+  std::optional<SlowFiles> slowness(std::in_place, machine().mountPoint(), kDelay);
+  EXPECT_EQ(machine().run(arguments()), 0);
+  EXPECT_EQ(machine().messages(), expectedLog());
+  EXPECT_FALSE(isOpened());
+  EXPECT_FALSE(fs::exists(entry()));
+  EXPECT_FALSE(isWhole());
+  EXPECT_TRUE(machine().diskImageIsAttached());
+  slowness.reset();
+  EXPECT_TRUE(waitFor([&] { return isOpened(); }, kCopyLimit)) << machine().output();
+  EXPECT_TRUE(isWhole());
+  EXPECT_TRUE(fs::exists(entry()));
+  EXPECT_TRUE(waitFor([&] { return !machine().diskImageIsAttached(); }));
+  EXPECT_EQ(UpdateMachine::versionOf(machine().trashedBundle()), "1.0");
+  EXPECT_TRUE(waitFor([] { return UpdateMachine::programsThatRun().empty(); }))
+      << testing::PrintToString(UpdateMachine::programsThatRun());
+  EXPECT_THAT(machine().output(), Not(HasSubstr("Unable")));
+}
+
+TEST_P(BigBundleTest, WhoseCopyFailsIsNotOpenedAndThatIsSaid) {
+  sandbox().mountTmpfs("Applications", 40UL << 20U);
+  install();
+  attachBigImage();
+  std::optional<SlowFiles> slowness(std::in_place, machine().mountPoint(), kDelay);
+  EXPECT_EQ(machine().run(arguments()), 0);
+  EXPECT_EQ(machine().messages(), expectedLog());
+  slowness.reset();
+  const std::string because = machine().destination() + " because it was not written completely\n";
+  EXPECT_TRUE(waitFor(
+      [&] { return machine().output().find("Unable to open " + because) != std::string::npos; },
+      kCopyLimit));
+  EXPECT_THAT(machine().output(), HasSubstr("Unable to register " + because));
+  EXPECT_TRUE(waitFor([&] { return !machine().diskImageIsAttached(); }));
+  EXPECT_TRUE(waitFor([] { return UpdateMachine::programsThatRun().empty(); }));
+  EXPECT_FALSE(isOpened());
+  EXPECT_FALSE(fs::exists(entry()));
+  EXPECT_EQ(UpdateMachine::versionOf(machine().trashedBundle()), "1.0");
+}
+
+}  // namespace
