@@ -14,6 +14,7 @@
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
 #include "platform/ProcessInfo.h"
+#include "platform/Workspace.h"
 
 namespace console = platform::console;
 namespace file_system = platform::file_system;
@@ -256,6 +257,10 @@ bool QVAuthorization::authTrashFile(const Path& path, bool deleteOnRootAccount) 
   if (!path::namesItem(path)) return false;
   const Path destination = trashPathFor(*path);
   if (deleteOnRootAccount && !userDirectory_ && isSuperuser()) return authRemoveFile(destination);
+  // The tool would find no folder to move into.
+  if (destination) {
+    static_cast<void>(platform::workspace::makeTrash(path::deletingLastComponent(*destination)));
+  }
   return authMoveFile(path, destination);
 }
 

@@ -29,6 +29,11 @@ bool isFilePackage(const std::string& path);
 bool recycle(const std::string& source, const std::string& trash,
              const std::vector<std::string>& names);
 
+// Makes the Trash at `trash` as recycle does where there is none, for one who moves items there by
+// other means; answers whether it is there. As superuser only that of the console user is made: in
+// another home nothing is safe from the links of its owner. Blocks for the disk.
+bool makeTrash(const std::string& trash);
+
 // Makes the application bundle known to the desktop: its menu, and what opens its files.
 bool registerApplication(const std::string& bundlePath);
 

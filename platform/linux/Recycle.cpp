@@ -3,7 +3,9 @@
 
 #include <ctime>
 
+#include "platform/FileSystem.h"
 #include "platform/Path.h"
+#include "platform/ProcessInfo.h"
 #include "platform/Workspace.h"
 #include "platform/linux/ConsoleHome.h"
 #include "platform/linux/MoveItem.h"
@@ -107,6 +109,11 @@ bool recycle(const std::string& source, const std::string& trash,
   bool all = true;
   for (const std::string& name : names) all = recycler.recycle(name) && all;
   return all;
+}
+
+bool makeTrash(const std::string& trash) {
+  if (process_info::isSuperuser() && !pathInConsoleHome(trash)) return file_system::exists(trash);
+  return trash.starts_with('/') && static_cast<bool>(openTrash(trash));
 }
 
 }  // namespace platform::workspace

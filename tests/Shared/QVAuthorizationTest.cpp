@@ -75,6 +75,16 @@ class QVAuthorizationTest : public testing::Test {
     return session;
   }
 
+  // The one that they show, closed to others, and the user's.
+  void expectTrashOfFileManagers() const {
+    const fs::path files = sandbox_.homeOf(kUser) + "/.local/share/Trash/files";
+    EXPECT_EQ(fs::canonical(trash_), files);
+    struct stat facts = {};
+    ASSERT_EQ(::stat(files.c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_uid, Sandbox::kConsoleUserId);
+    EXPECT_EQ(facts.st_mode & 07777, 0700U);
+  }
+
   Sandbox sandbox_;
   std::string trash_;
 };
@@ -201,6 +211,25 @@ TEST_F(QVAuthorizationAsSuperuserTest, AFileGoesToTheConsoleUsersTrash) {
   EXPECT_TRUE(QVAuthorization::sharedController().authTrashFile(file));
   EXPECT_TRUE(appears(trash_ + "/a.txt"));
   EXPECT_FALSE(fs::exists(file));
+}
+
+TEST_F(QVAuthorizationAsSuperuserTest, AMissingTrashIsMadeForTheConsoleUser) {
+  fs::remove(trash_);
+  const std::string file = sandbox_.makeFile("a.txt");
+  EXPECT_TRUE(QVAuthorization::sharedController().authTrashFile(file));
+  EXPECT_TRUE(appears(trash_ + "/a.txt"));
+  expectTrashOfFileManagers();
+}
+
+TEST_F(QVAuthorizationAsSuperuserTest, AMissingTrashInAnotherHomeIsNotMadeAndNothingIsLost) {
+  sandbox_.setConsoleUser("bert");
+  ::setenv("HOME", sandbox_.homeOf(kUser).c_str(), 1);
+  fs::remove(trash_);
+  QVAuthorization& session = sessionMadeByUser();
+  const std::string file = sandbox_.makeFile("a.txt");
+  EXPECT_TRUE(session.authTrashFile(file)) << "the tool was started";
+  EXPECT_FALSE(waitFor([&] { return !fs::exists(file); }, std::chrono::milliseconds(300)));
+  EXPECT_FALSE(fs::exists(fs::symlink_status(trash_)));
 }
 
 TEST_F(QVAuthorizationAsSuperuserTest, ATakenNameGetsTheTime) {
@@ -572,6 +601,16 @@ TEST_F(QVAuthorizationSessionTest, EveryOperationIsCarriedOut) {
     EXPECT_TRUE(session.authTrashFolderContents(protected_ + "/many", true));
     EXPECT_TRUE(appears(trash_ + "/c"));
   });
+}
+
+TEST_F(QVAuthorizationSessionTest, AMissingTrashIsMade) {
+  fs::remove(trash_);
+  sandbox_.makeFile("protected/A.app/x", "a");
+  asUser([&](QVAuthorization& session) {
+    EXPECT_TRUE(session.authTrashFile(protected_ + "/A.app", true));
+    EXPECT_TRUE(appears(trash_ + "/A.app/x"));
+  });
+  expectTrashOfFileManagers();
 }
 
 TEST_F(QVAuthorizationSessionTest, AWaitedRunReturnsAfterTheToolWithSuccessWhateverItSays) {

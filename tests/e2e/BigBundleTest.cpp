@@ -53,7 +53,7 @@ void run(const std::string& command) {
 class BigBundleTest : public testing::TestWithParam<As> {
  protected:
   void SetUp() override {
-    if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+    if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
     machine_.emplace(UpdateMachine::Pauses::quick);
     if (isUser()) {
       // No one needs to be asked: the updater has rights and hands them down.
