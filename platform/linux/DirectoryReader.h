@@ -13,7 +13,7 @@ namespace platform {
 class DirectoryReader {
  public:
   struct Entry {
-    // Valid until the next call of next().
+    // Valid until the next call of next(); a zero follows it.
     std::string_view name;
     // DT_REG, DT_DIR, DT_LNK ... of dirent.h; DT_UNKNOWN where the file system does not say.
     unsigned char type = 0;
