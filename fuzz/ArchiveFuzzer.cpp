@@ -24,15 +24,19 @@ void require(bool holds) {
   if (!holds) std::abort();
 }
 
-// Made once; what is in it goes away after each run.
-const std::string& place() {
-  static const std::string path = [] {
-    char name[] = "/dev/shm/archive-fuzzer-XXXXXX";
-    require(::mkdtemp(name) != nullptr);
-    return std::string(name);
-  }();
-  return path;
-}
+// A folder in memory for the time that the target runs; what is in it goes away after each run.
+class Place {
+ public:
+  Place() { require(::mkdtemp(path_.data()) != nullptr); }
+  ~Place() { ::rmdir(path_.c_str()); }
+  Place(const Place&) = delete;
+  Place& operator=(const Place&) = delete;
+
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_ = "/dev/shm/archive-fuzzer-XXXXXX";
+};
 
 int countIn(int folder) {
   platform::DirectoryReader reader(folder);
@@ -60,7 +64,8 @@ void checkItems(int folder) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const archiver::ZipReader reader(std::string_view(reinterpret_cast<const char*>(data), size));
   if (!reader.status().ok()) return 0;
-  const platform::Location folder = platform::locate(place() + "/folder");
+  static const Place place;
+  const platform::Location folder = platform::locate(place.path() + "/folder");
   require(::mkdirat(folder.descriptor(), folder.name.c_str(), S_IRWXU) == 0);
   {
     const FileDescriptor root(
@@ -69,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static_cast<void>(archiver::unpackInto(reader, root.get(), kBounds).ok());
     checkItems(root.get());
   }
-  const FileDescriptor around(::open(place().c_str(), O_RDONLY | O_DIRECTORY));
+  const FileDescriptor around(::open(place.path().c_str(), O_RDONLY | O_DIRECTORY));
   require(countIn(around.get()) == 1);
   require(removeTree(folder, platform::LockedFolders::open).ok());
   return 0;

@@ -140,7 +140,8 @@ void CountingWalk::take(Level& level, Batch& batch, const DirectoryReader::Entry
   addItem();
   const char* const name = entry.name.data();
   const bool unknown = entry.type == DT_UNKNOWN;
-  const mode_t kind = unknown ? look(batch.folder->get(), name).kind : DTTOIF(entry.type);
+  const mode_t kind =
+      unknown ? look(batch.folder->get(), name).kind : static_cast<mode_t>(DTTOIF(entry.type));
   if (kind == S_IFDIR) {
     level.folders.emplace_back(entry.name);
     ++pendingFolders_;
