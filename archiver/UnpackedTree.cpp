@@ -88,7 +88,7 @@ Status UnpackedTree::makeFile(const Entry& entry) {
   const FileDescriptor file =
       openBeneath(root_, entry.path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
   if (!file) return statusFromErrno(errno, entry.path);
-  const Status read = archive_.read(
+  Status read = archive_.read(
       entry, [&](std::string_view bytes) { return platform::writeAll(file.get(), bytes).status; });
   if (!read.ok()) return read;
   return describe(file, entry, 0666) ? Status() : statusFromErrno(errno, entry.path);
@@ -104,7 +104,7 @@ bool UnpackedTree::describe(const FileDescriptor& item, const Entry& entry, mode
 
 Status UnpackedTree::linkTarget(const Entry& entry, std::string& target) const {
   if (entry.size >= PATH_MAX) return statusFromErrno(ENAMETOOLONG, entry.path);
-  const Status read = archive_.read(entry, [&](std::string_view bytes) {
+  Status read = archive_.read(entry, [&](std::string_view bytes) {
     target += bytes;
     return Status();
   });

@@ -132,7 +132,7 @@ Status ZipReader::read(const Entry& entry,
     if (size > rest) return refusal(entry.path, "it is larger than the archive says");
     rest -= size;
     if (size == 0) break;
-    const Status taken = take({buffer.data(), static_cast<std::size_t>(size)});
+    Status taken = take({buffer.data(), static_cast<std::size_t>(size)});
     if (!taken.ok()) return taken;
   }
   return rest == 0 ? Status() : refusal(entry.path, "it is smaller than the archive says");

@@ -4,8 +4,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <limits>
 
@@ -27,17 +25,6 @@ constexpr zip_uint32_t kLevel = 6;
 
 int cancelled(zip_t* /*zip*/, void* /*state*/) {
   return isInterrupted() ? 1 : 0;
-}
-
-// A text that the library owns.
-zip_source_t* textSource(zip_t* zip, const std::string& text) {
-  void* copy = std::malloc(text.size());
-  if (copy == nullptr) return nullptr;
-  std::memcpy(copy, text.data(), text.size());
-  constexpr int kFree = 1;
-  zip_source_t* source = zip_source_buffer(zip, copy, text.size(), kFree);
-  if (source == nullptr) std::free(copy);
-  return source;
 }
 
 bool setTime(zip_t* zip, zip_uint64_t index, std::time_t time) {
@@ -78,7 +65,9 @@ Status ZipWriter::add(const SourceItem& item) {
 
 zip_int64_t ZipWriter::addEntry(const SourceItem& item) {
   if (S_ISLNK(item.status.st_mode)) {
-    return addContents(item, textSource(zip_.get(), item.linkTarget));
+    constexpr int kKeep = 0;
+    const std::string& target = linkTargets_.emplace_back(item.linkTarget);
+    return addContents(item, zip_source_buffer(zip_.get(), target.data(), target.size(), kKeep));
   }
   if (S_ISREG(item.status.st_mode)) {
     return addContents(item, fileSource(zip_.get(), sources_, item));

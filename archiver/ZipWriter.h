@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <string>
 
 #include "archiver/FileSource.h"
@@ -29,8 +30,10 @@ class ZipWriter {
 
   const std::string path_;
   FileSources sources_;
+  // The library reads them when it writes the archive; they stay where they are.
+  std::deque<std::string> linkTargets_;
   platform::Status opened_;
-  // After the sources, which it must not outlive.
+  // After what it reads from, which it must not outlive.
   ZipHandle zip_;
 };
 

@@ -29,9 +29,9 @@ std::optional<std::uint16_t> flags(const FileReference& item) {
 }
 
 Status setFlags(const FileReference& item, std::uint16_t flags) {
-  std::optional<std::string> value = attributeOf(item);
-  if (!value) return statusFromErrno(errno, item.path());
-  value = withFlags(std::move(*value), flags);
+  const std::optional<std::string> old = attributeOf(item);
+  if (!old) return statusFromErrno(errno, item.path());
+  const std::optional<std::string> value = withFlags(*old, flags);
   if (!value) return statusFromErrno(EINVAL, item.path());
   const int result = ::lsetxattr(item.path().c_str(), kAttribute, value->data(), value->size(), 0);
   return result == 0 ? Status() : statusFromErrno(errno, item.path());
