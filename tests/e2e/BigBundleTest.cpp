@@ -54,13 +54,15 @@ class BigBundleTest : public testing::TestWithParam<As> {
  protected:
   void SetUp() override {
     if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
-    machine_.emplace(UpdateMachine::Pauses::quick);
+    machine_.emplace(pauses());
     if (isUser()) {
       // No one needs to be asked: the updater has rights and hands them down.
       polkit_.emplace(sandbox(), Polkit::Without::bus);
       machine().runWithRightsHandedDownTo(Sandbox::kConsoleUser);
     }
   }
+
+  virtual UpdateMachine::Pauses pauses() const { return UpdateMachine::Pauses::quick; }
 
   static bool isUser() { return GetParam() == As::user; }
   UpdateMachine& machine() { return *machine_; }
@@ -186,6 +188,25 @@ TEST_P(BigBundleTest, WhoseCopyFailsIsNotOpenedAndThatIsSaid) {
   EXPECT_FALSE(isOpened());
   EXPECT_FALSE(fs::exists(entry()));
   EXPECT_EQ(UpdateMachine::versionOf(machine().trashedBundle()), "1.0");
+}
+
+class BigBundlePausesTest : public BigBundleTest {
+  UpdateMachine::Pauses pauses() const override { return UpdateMachine::Pauses::real; }
+};
+
+INSTANTIATE_TEST_SUITE_P(, BigBundlePausesTest, testing::Values(As::superuser));
+
+TEST_P(BigBundlePausesTest, AreAsLongAsThoseOfAnyOtherUpdate) {
+  install();
+  attachBigImage();
+  const SlowFiles slowness(machine().mountPoint(), kDelay);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(machine().run(arguments()), 0);
+  const auto length = std::chrono::steady_clock::now() - begin;
+  // Three for the updater, two after the copy, one before the registration, five for the detach.
+  EXPECT_GE(length, std::chrono::seconds(11));
+  EXPECT_LT(length, std::chrono::seconds(16));
+  EXPECT_EQ(machine().messages(), expectedLog());
 }
 
 }  // namespace

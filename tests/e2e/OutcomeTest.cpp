@@ -155,6 +155,20 @@ class OutcomeTest : public testing::TestWithParam<Row> {
                                HasSubstr("program " + destination() + "/")));
   }
 
+  // The desktop knows the new bundle when it is where the old one was, in the person's folder or,
+  // by the superuser, in everybody's.
+  void expectRegistered() {
+    const std::string share =
+        row().who == Who::user ? home() + "/.local/share" : "/usr/local/share";
+    const std::string entry = share + "/applications/com.quorvale.Sample.desktop";
+    if (row().newBundle != New::inPlace) {
+      EXPECT_FALSE(fs::exists(entry));
+      return;
+    }
+    EXPECT_TRUE(waitFor([&] { return fs::exists(entry); }));
+    EXPECT_THAT(test::readFile(entry), HasSubstr(destination() + "/Contents/Linux/"));
+  }
+
   void expectNothingLeft() {
     EXPECT_TRUE(waitFor([&] { return machine().programsThatRun().empty(); }))
         << machine().programsThatRun().front();
@@ -221,6 +235,7 @@ TEST_P(OutcomeTest, IsAsTheTableSays) {
   EXPECT_EQ(alert(), row().alert);
   expectNewBundle();
   expectOldBundle();
+  expectRegistered();
   expectOpened();
   EXPECT_EQ(machine().diskImageIsAttached(),
             row().mount == Mount::image && row().log.back() != kCleaning);

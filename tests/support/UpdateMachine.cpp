@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -190,24 +189,22 @@ int UpdateMachine::waitForEnd() {
 
 // static
 std::vector<std::string> UpdateMachine::programsThatRun() {
-  static const std::set<std::string> ours = {"QVUpdateHelper",
-                                             "followup",
-                                             "authenticator",
-                                             "qv-elevator",
-                                             "pkexec",
-                                             "QuorvaleUpdater",
-                                             "cp",
-                                             "mv",
-                                             "killall"};
   std::vector<std::string> running;
-  for (const auto& entry : fs::directory_iterator("/proc")) {
-    std::istringstream text(readFile(entry.path() / "comm"));
-    std::string name;
-    std::getline(text, name);
-    const int pid = std::atoi(entry.path().filename().c_str());
-    if (ours.contains(name) && isRunning(pid)) running.push_back(name);
+  for (const char* name : {"QVUpdateHelper", "followup", "authenticator", "qv-elevator", "pkexec",
+                           "QuorvaleUpdater", "cp", "mv", "killall"}) {
+    if (processNamed(name) != 0) running.emplace_back(name);
   }
   return running;
+}
+
+// static
+int UpdateMachine::processNamed(const std::string& name) {
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    std::error_code none;  // a zombie has no program, and what is no process neither
+    if (fs::read_symlink(entry.path() / "exe", none).filename() != name) continue;
+    if (const int pid = std::atoi(entry.path().filename().c_str()); pid > 0) return pid;
+  }
+  return 0;
 }
 
 std::string UpdateMachine::log() const {

@@ -65,6 +65,8 @@ class UpdateMachine {
   int pid() const { return application_; }
   // The programs of ours, and tools that they start, that still run.
   static std::vector<std::string> programsThatRun();
+  // The id of a process whose program has that name, 0 when there is none.
+  static int processNamed(const std::string& name);
   // What the application printed on standard output and error.
   std::string output() const { return readFile(sandbox_.path("output.txt")); }
 
