@@ -7,6 +7,7 @@
 #include <string>
 
 #include "followup/Verbs.h"
+#include "platform/KeepRunning.h"
 #include "platform/linux/FileDescriptor.h"
 #include "platform/linux/Followup.h"
 #include "platform/linux/ToolReport.h"
@@ -58,7 +59,9 @@ void waitForTurns(const Order& order) {
   }
 }
 
+// Whoever asked for this may have ended, and with it its wish that the machine stay awake.
 int carryOut(const Order& order) {
+  const platform::KeepRunning untilCarriedOut("An application is being updated.");
   const bool written = waitForWriters(order);
   waitForTurns(order);
   if (written || order.command.front() == "detach") return perform(order.command);

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/LoginManager.h"
 #include "tests/support/Polkit.h"
 #include "tests/support/SlowFiles.h"
 #include "tests/support/UpdateMachine.h"
@@ -55,6 +56,7 @@ class BigBundleTest : public testing::TestWithParam<As> {
   void SetUp() override {
     if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
     machine_.emplace(pauses());
+    loginManager_.emplace(sandbox(), test::LoginManager::Behaviour::grants);
     if (isUser()) {
       // No one needs to be asked: the updater has rights and hands them down.
       polkit_.emplace(sandbox(), Polkit::Without::bus);
@@ -66,6 +68,7 @@ class BigBundleTest : public testing::TestWithParam<As> {
 
   static bool isUser() { return GetParam() == As::user; }
   UpdateMachine& machine() { return *machine_; }
+  test::LoginManager& loginManager() { return *loginManager_; }
   Sandbox& sandbox() { return machine().sandbox(); }
   std::string image() { return sandbox().path("image/Sample.app"); }
 
@@ -141,13 +144,15 @@ class BigBundleTest : public testing::TestWithParam<As> {
 
  private:
   std::optional<UpdateMachine> machine_;
+  std::optional<test::LoginManager> loginManager_;
   std::optional<Polkit> polkit_;
 };
 
-INSTANTIATE_TEST_SUITE_P(, BigBundleTest, testing::Values(As::user, As::superuser),
-                         [](const auto& instance) {
-                           return instance.param == As::user ? "AsAUser" : "AsSuperuser";
-                         });
+std::string nameOf(const testing::TestParamInfo<As>& as) {
+  return as.param == As::user ? "AsAUser" : "AsSuperuser";
+}
+
+INSTANTIATE_TEST_SUITE_P(, BigBundleTest, testing::Values(As::user, As::superuser), nameOf);
 
 TEST_P(BigBundleTest, IsOpenedAndItsImageDetachedWhenItIsWholeThoughTheHelperHasEnded) {
   install();
@@ -159,6 +164,7 @@ TEST_P(BigBundleTest, IsOpenedAndItsImageDetachedWhenItIsWholeThoughTheHelperHas
   EXPECT_FALSE(fs::exists(entry()));
   EXPECT_FALSE(isWhole());
   EXPECT_TRUE(machine().diskImageIsAttached());
+  EXPECT_TRUE(loginManager().isHeld());
   slowness.reset();
   EXPECT_TRUE(waitFor([&] { return isOpened(); }, kCopyLimit)) << machine().output();
   EXPECT_TRUE(isWhole());
@@ -167,6 +173,7 @@ TEST_P(BigBundleTest, IsOpenedAndItsImageDetachedWhenItIsWholeThoughTheHelperHas
   EXPECT_EQ(UpdateMachine::versionOf(machine().trashedBundle()), "1.0");
   EXPECT_TRUE(waitFor([] { return UpdateMachine::programsThatRun().empty(); }))
       << testing::PrintToString(UpdateMachine::programsThatRun());
+  EXPECT_TRUE(waitFor([&] { return !loginManager().isHeld(); }));
   EXPECT_THAT(machine().output(), Not(HasSubstr("Unable")));
 }
 
@@ -194,7 +201,7 @@ class BigBundlePausesTest : public BigBundleTest {
   UpdateMachine::Pauses pauses() const override { return UpdateMachine::Pauses::real; }
 };
 
-INSTANTIATE_TEST_SUITE_P(, BigBundlePausesTest, testing::Values(As::superuser));
+INSTANTIATE_TEST_SUITE_P(, BigBundlePausesTest, testing::Values(As::superuser), nameOf);
 
 TEST_P(BigBundlePausesTest, AreAsLongAsThoseOfAnyOtherUpdate) {
   install();

@@ -156,7 +156,7 @@ INSTANTIATE_TEST_SUITE_P(LoginManager, InterruptionTest,
                          nameOf);
 
 TEST_F(InterruptionTest, TheReopenedApplicationHearsEverySignal) {
-  UpdateMachine& machine = machineWith(UpdateMachine::Pauses::real);
+  UpdateMachine& machine = machineWith(UpdateMachine::Pauses::quick);
   const std::string bundle = test::makeApplication(machine.sandbox(), "New/Sample.app");
   std::vector<std::string> words = arguments("NO");
   words[1] = bundle;

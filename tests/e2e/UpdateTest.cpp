@@ -153,4 +153,14 @@ TEST_F(UpdateTest, AnUpdateThatIsNotSilentReopensTheApplicationAsThePersonAtTheC
   EXPECT_FALSE(machine().diskImageIsAttached());
 }
 
+TEST_F(UpdateTest, ATrashWithRightsAddsAPauseOfTwoSeconds) {
+  machine().makeBundle(machine().source(), "2.0");
+  machine().makeBundle(machine().destination(), "1.0");
+  machine().sandbox().makeFile("home/anna/.Trash", "no folder");
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(machine().run(pathArguments()), 0);
+  EXPECT_GE(steady_clock::now() - begin, std::chrono::seconds(8));
+  EXPECT_THAT(messages(), testing::Contains("Auth trashing old application..."));
+}
+
 }  // namespace
