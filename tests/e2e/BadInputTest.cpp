@@ -290,7 +290,7 @@ TEST_P(BadInputTest, EndsInTimeAndLosesNothing) {
   Words words = GetParam().arrange(machine());
   const std::string old = oldBundle(words);
   const std::vector<std::string> before = test::describeTree(old);
-  words.insert(words.end(), {"-silent", "YES"});
+  words.insert(words.end(), {"-silent", "NO"});
 
   EXPECT_EQ(machine().run(words), 0);
   EXPECT_THAT(machine().messages(), testing::Contains(GetParam().outcome));
