@@ -25,8 +25,7 @@ test_packages="libgtest-dev libgmock-dev dbus-daemon dbus-bin psmisc e2fsprogs m
   binutils xclip unzip zip libarchive-tools p7zip-full python3 fonts-dejavu-core
   adwaita-icon-theme"
 demo_packages="psmisc e2fsprogs squashfs-tools squashfuse fuse3 mount util-linux passwd xvfb openbox
-  xdotool imagemagick rsync
-  fonts-dejavu-core adwaita-icon-theme"
+  xdotool x11-utils imagemagick rsync fonts-dejavu-core adwaita-icon-theme"
 package_packages="dpkg-dev file gzip libxml2-utils util-linux"
 lint_packages="clang clang-format clang-tidy"
 fuzz_packages="clang"
