@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <memory>
+#include <vector>
 
 #include "platform/linux/CopyEntry.h"
 
@@ -27,8 +27,8 @@ constexpr blkcnt_t kBlock = 512;
 
 // One buffer a thread, made when the thread first copies something.
 char* threadBuffer() {
-  thread_local const std::unique_ptr<char[]> buffer(new char[kBufferSize]);
-  return buffer.get();
+  thread_local std::vector<char> buffer(kBufferSize);
+  return buffer.data();
 }
 
 int writeAt(int out, const char* bytes, ssize_t count, off_t offset) {
