@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <string_view>
@@ -9,6 +10,7 @@
 #include <utility>
 
 #include "elevator/Messages.h"
+#include "elevator/NamedPaths.h"
 #include "platform/linux/Authenticator.h"
 #include "platform/linux/ElevatorStart.h"
 #include "platform/linux/ToolReport.h"
@@ -23,6 +25,8 @@ using privilege::Outcome;
 constexpr std::chrono::minutes kPersonLimit(5);
 // PAM lets those who gave a wrong password wait for some seconds.
 constexpr std::chrono::seconds kPasswordLimit(30);
+// As many as the elevator itself remembers.
+constexpr std::size_t kMostWritten = 64;
 
 // Reads once, again after interruptions; 0 at the end and on a failure.
 std::size_t readSome(const FileDescriptor& pipe, std::span<std::byte> buffer) {
@@ -73,6 +77,8 @@ ElevatorSession::ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevators
 
 ElevatorSession::~ElevatorSession() {
   writers::remove(*this);
+  // It was not ended, so it was lost.
+  if (channel_.socket() < 0) writers::forsake({written_.begin(), written_.end()});
   ElevatorSession::end();
 }
 
@@ -102,23 +108,39 @@ Execution ElevatorSession::execute(const std::string& tool,
   const bool piped = output == privilege::Output::piped;
   std::vector<std::string> words = {tool};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  const std::lock_guard lock(mutex_);
-  // Nobody is at the other end yet.
-  if (elevatorsEnd_) return {privilege::kSessionLost, nullptr};
-  auto answer = channel_.ask(piped ? elevator::Kind::runPiped : elevator::Kind::run,
-                             std::move(words), piped ? 2 : 0);
-  if (answer.status == 0) hasRunTools_ = true;
+  const std::vector<std::string> paths =
+      piped ? std::vector<std::string>() : elevator::namedPaths(arguments);
+  auto answer = run(std::move(words), piped, paths);
+  // What an earlier session left behind there is written anew.
+  if (answer.status == 0 && !piped) writers::reclaim(paths);
   if (answer.status != 0 || !piped) return {answer.status, nullptr};
   return {0, std::make_shared<ElevatedOutput>(std::move(answer.descriptors[0]),
                                               std::move(answer.descriptors[1]))};
 }
 
+ElevatorChannel::Answer ElevatorSession::run(std::vector<std::string> words, bool piped,
+                                             std::vector<std::string> paths) {
+  const std::lock_guard lock(mutex_);
+  // Nobody is at the other end yet.
+  if (elevatorsEnd_) return {privilege::kSessionLost, {}, 0};
+  auto answer = channel_.ask(piped ? elevator::Kind::runPiped : elevator::Kind::run,
+                             std::move(words), piped ? 2 : 0);
+  if (answer.status != 0) return answer;
+  hasRunTools_ = true;
+  if (!piped) written_.push_back(std::move(paths));
+  if (written_.size() > kMostWritten) written_.pop_front();
+  return answer;
+}
+
 ElevatorSession::Observation ElevatorSession::observe(const std::string& path) {
   if (!hasRunTools_) return {};
+  const std::vector<std::string> paths = elevator::namedPaths({path});
   const std::lock_guard lock(mutex_);
   auto answer = channel_.ask(elevator::Kind::observe, {path}, 1);
-  if (answer.status != 0) return {FileDescriptor(), true};
-  return {std::move(answer.descriptors[0]), false};
+  if (answer.status == 0) return {std::move(answer.descriptors[0]), false};
+  const bool wrote = std::ranges::any_of(
+      written_, [&paths](const auto& each) { return elevator::overlap(each, paths); });
+  return {FileDescriptor(), wrote};
 }
 
 FileDescriptor ElevatorSession::newChannel() {
@@ -151,6 +173,7 @@ int ElevatorSession::runInheriting(const std::string& program,
 void ElevatorSession::end() {
   const std::lock_guard lock(mutex_);
   hasRunTools_ = false;
+  written_.clear();
   channel_.close();
   elevatorsEnd_ = FileDescriptor();
   elevator_.reset();

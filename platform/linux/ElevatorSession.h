@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -35,13 +36,15 @@ class ElevatorSession : public privilege::Session {
     // Where the status of the last tool on a path comes once all have ended, see ToolReport.h;
     // empty when this session has run no tool, or was lost.
     FileDescriptor report;
-    // Whether nobody knows any more what became of the tools.
+    // Whether nobody knows any more what became of a tool on such a path.
     bool lost = false;
   };
   // What becomes of the tools that name a path overlapping `path` and whose output is discarded.
   Observation observe(const std::string& path);
 
  private:
+  ElevatorChannel::Answer run(std::vector<std::string> words, bool piped,
+                              std::vector<std::string> paths);
   // A channel for a child; empty when the elevator gives none.
   FileDescriptor newChannel();
 
@@ -50,6 +53,8 @@ class ElevatorSession : public privilege::Session {
   // Guards everything below: a request and its reply belong together.
   std::mutex mutex_;
   ElevatorChannel channel_;
+  // The paths of the latest tools that nobody waits for, one list a tool.
+  std::deque<std::vector<std::string>> written_;
   FileDescriptor elevatorsEnd_;
   // Null when the elevator was started by somebody else.
   std::unique_ptr<ChildProcess> elevator_;

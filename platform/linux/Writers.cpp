@@ -2,9 +2,11 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
+#include "elevator/NamedPaths.h"
 #include "platform/NoDestructor.h"
 #include "platform/linux/ElevatorSession.h"
 #include "platform/linux/ToolReport.h"
@@ -16,6 +18,8 @@ struct Sessions {
   // Guards what follows, and keeps each from ending while it is asked.
   std::mutex mutex;
   std::vector<ElevatorSession*> all;
+  // Of tools whose session was lost, one list a tool.
+  std::vector<std::vector<std::string>> forsaken;
 };
 
 Sessions& sessions() {
@@ -34,6 +38,10 @@ Writers on(const std::string& path) {
   Writers result;
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
+  result.failed =
+      std::ranges::any_of(known.forsaken, [named = elevator::namedPaths({path})](const auto& each) {
+        return elevator::overlap(each, named);
+      });
   for (ElevatorSession* session : known.all) {
     ElevatorSession::Observation observation = session->observe(path);
     if (observation.report && !isReadable(observation.report)) {
@@ -57,6 +65,19 @@ void remove(ElevatorSession& session) {
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
   std::erase(known.all, &session);
+}
+
+void forsake(const std::vector<std::vector<std::string>>& paths) {
+  Sessions& known = sessions();
+  const std::lock_guard lock(known.mutex);
+  known.forsaken.insert(known.forsaken.end(), paths.begin(), paths.end());
+}
+
+void reclaim(const std::vector<std::string>& paths) {
+  Sessions& known = sessions();
+  const std::lock_guard lock(known.mutex);
+  std::erase_if(known.forsaken,
+                [&paths](const auto& each) { return elevator::overlap(each, paths); });
 }
 
 }  // namespace platform::writers

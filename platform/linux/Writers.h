@@ -30,4 +30,9 @@ Writers on(const std::string& path);
 void add(ElevatorSession& session);
 void remove(ElevatorSession& session);
 
+// Keeps in mind the paths, one list a tool, on which a session that is gone leaves tools of which
+// nobody knows how they end, until a later tool writes there.
+void forsake(const std::vector<std::vector<std::string>>& paths);
+void reclaim(const std::vector<std::string>& paths);
+
 }  // namespace platform::writers

@@ -69,6 +69,14 @@ void runOn(Session& session, const std::string& script, const std::string& path)
   EXPECT_EQ(session.execute("/bin/sh", {"-c", script, "sh", path}, Output::discarded).status, 0);
 }
 
+// Kills it from within, as it is the parent of what it runs; that may come before its reply.
+void killElevatorOf(Session& session) {
+  session.execute("/bin/sh", {"-c", "kill -9 $PPID"}, Output::piped);
+  EXPECT_TRUE(waitFor([&] {
+    return session.execute("/bin/true", {}, Output::piped).status == privilege::kSessionLost;
+  }));
+}
+
 void expectAtOnce(const std::function<void()>& body) {
   const auto start = std::chrono::steady_clock::now();
   body();
@@ -231,18 +239,41 @@ TEST_P(FollowupTurnsTest, OnlyTheLastWriterCounts) {
 TEST_P(FollowupTurnsTest, WhenNobodyKnowsHowTheWriterEndedNothingIsOpened) {
   const HeldTool held(sandbox_);
   play([&] {
-    const auto session = grantedSession();
+    auto session = grantedSession();
     runOn(*session, held.script(), bundle_);
-    // The elevator is the parent of what it runs.
-    runOn(*session, "kill -9 $PPID", "/no/such/path");
-    EXPECT_TRUE(waitFor([&] {
-      return session->execute("/bin/true", {}, Output::discarded).status == privilege::kSessionLost;
-    }));
+    killElevatorOf(*session);
     EXPECT_FALSE(workspace::open(bundle_));
+    session.reset();
+    EXPECT_FALSE(workspace::open(bundle_)) << "also when the lost session is let go";
   });
-  EXPECT_EQ(errors(), complaint("open"));
+  EXPECT_EQ(errors(), complaint("open") + complaint("open"));
   held.release();
   EXPECT_FALSE(waitFor([&] { return isOpened(); }, kAWhile));
+}
+
+TEST_P(FollowupTurnsTest, ALostSessionHoldsNothingBackThatItDidNotWrite) {
+  const std::string other = application("Other");
+  play([&] {
+    auto session = grantedSession();
+    runOn(*session, "exit 0", other);
+    killElevatorOf(*session);
+    EXPECT_TRUE(workspace::registerApplication(bundle_));
+    session.reset();
+    EXPECT_TRUE(workspace::open(bundle_));
+  });
+  expectBoth();
+}
+
+TEST_P(FollowupTurnsTest, WhatALostSessionWroteCanBeWrittenAnew) {
+  play([&] {
+    auto session = grantedSession();
+    runOn(*session, "exit 0", bundle_);
+    killElevatorOf(*session);
+    session = grantedSession();
+    runOn(*session, "exit 0", bundle_);
+    registerAndOpen(bundle_);
+  });
+  expectBoth();
 }
 
 TEST_P(FollowupTurnsTest, WhatIsWrittenElsewhereDelaysNothing) {
