@@ -25,7 +25,6 @@ class Exception : public std::exception {
 // Names of the exceptions that the services behind the seam raise.
 namespace exception_name {
 inline constexpr char kInvalidArgument[] = "NSInvalidArgumentException";
-inline constexpr char kRange[] = "NSRangeException";
 inline constexpr char kGeneric[] = "NSGenericException";
 inline constexpr char kFileHandleOperation[] = "NSFileHandleOperationException";
 inline constexpr char kInvalidSendPort[] = "NSInvalidSendPortException";

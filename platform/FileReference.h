@@ -16,7 +16,6 @@ class FileReference {
   // item. Any thread; looks at the disk.
   static FileReference to(const std::string& path);
 
-  bool refersToItem() const noexcept { return !path_.empty(); }
   // Empty when it refers to nothing.
   const std::string& path() const noexcept { return path_; }
 

@@ -66,16 +66,9 @@ std::optional<Identity> identity(const std::string& path);
 // links lead to counts for each. What cannot be read counts as nothing.
 std::uint64_t sizeOfFiles(const std::string& path);
 
-// One entry of a directory; a link is a link, whatever it leads to.
-struct Entry {
-  std::string name;
-  Kind kind = Kind::other;
-};
-
-// The same listing with what each entry is.
-std::optional<std::vector<Entry>> entries(const std::string& path);
-// Calls `visit` for each entry whose name is like `pattern` (platform/Wildcard.h), in the same
-// order; the name is valid during the call. For none when the directory cannot be read.
+// Calls `visit` for each entry of a directory whose name is like `pattern` (platform/Wildcard.h),
+// in the order of a listing; the name is valid during the call. A link is a link, whatever it leads
+// to. For none when the directory cannot be read.
 void visitEntriesLike(const std::string& path, std::string_view pattern,
                       const std::function<void(std::string_view name, Kind kind)>& visit);
 
@@ -150,8 +143,5 @@ Status setPermissions(const std::string& path, std::uint32_t permissions);
 
 // Sets the date of creation where the file system lets it be set; fails elsewhere.
 Status setCreationDate(const std::string& path, std::chrono::system_clock::time_point date);
-
-// Sets the date of last modification, a link's target's.
-Status setModificationDate(const std::string& path, std::chrono::system_clock::time_point date);
 
 }  // namespace platform::file_system

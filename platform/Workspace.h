@@ -34,16 +34,19 @@ bool recycle(const std::string& source, const std::string& trash,
 // another home nothing is safe from the links of its owner. Blocks for the disk.
 bool makeTrash(const std::string& trash);
 
-// Makes the application bundle known to the desktop: its menu, and what opens its files.
+// Makes the application bundle known to the desktop: its menu, and what opens its files. Answers
+// whether that succeeded.
 bool registerApplication(const std::string& bundlePath);
 
 // Opens an item as a double click would: a bundle is started in a session of its own, another file
 // is opened by the desktop's default application. Returns as soon as that has been asked for.
 // Nothing is ever started with the superuser's rights: as superuser it is the console user who
-// opens it, and without one this fails.
+// opens it, and without one this fails. Answers whether it could be asked for; what becomes of it
+// is not known.
 bool open(const std::string& path);
 
-// Opens a file with an application bundle, or with the application of a bundle identifier.
+// Open a file with an application bundle, or with the application of a bundle identifier, as `open`
+// does.
 bool openWithApplication(const std::string& path, const std::string& bundlePath);
 bool openWithBundleIdentifier(const std::string& path, const std::string& identifier);
 

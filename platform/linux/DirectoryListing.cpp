@@ -44,22 +44,7 @@ std::optional<SortedNames> names(const std::string& path, Wanted isWanted) {
   return reader.error() == 0 ? std::optional(std::move(found)) : std::nullopt;
 }
 
-bool isAny(std::string_view) {
-  return true;
-}
-
 }  // namespace
-
-std::optional<std::vector<Entry>> entries(const std::string& path) {
-  std::optional<SortedNames> found = names(path, isAny);
-  if (!found) return std::nullopt;
-  std::vector<Entry> sorted;
-  sorted.reserve(found->size());
-  found->takeAll([&](std::string_view name, unsigned char type) {
-    sorted.push_back({std::string(name), kindAt(path, name, type)});
-  });
-  return sorted;
-}
 
 void visitEntriesLike(const std::string& path, std::string_view pattern,
                       const std::function<void(std::string_view name, Kind kind)>& visit) {
@@ -70,7 +55,7 @@ void visitEntriesLike(const std::string& path, std::string_view pattern,
 }
 
 std::optional<std::vector<std::string>> list(const std::string& path) {
-  std::optional<SortedNames> found = names(path, isAny);
+  auto found = names(path, [](std::string_view) { return true; });
   if (!found) return std::nullopt;
   std::vector<std::string> sorted;
   sorted.reserve(found->size());

@@ -26,7 +26,8 @@ class ElevatorChannel {
     pid_t sender = 0;
   };
 
-  // Sends a request; false, with the channel closed, when the other end is gone.
+  // Sends a request and takes the answer, for which it waits at most half a minute. When the other
+  // end is gone or silent the status is privilege::kSessionLost, and the channel is closed.
   Answer ask(elevator::Kind kind, std::vector<std::string> words, std::size_t descriptors);
 
   // The two halves of asking for a sign of life, for one who has to start the elevator between

@@ -25,14 +25,6 @@ int changeImmutableFlag(const std::string& path, bool immutable) {
   return errno == ENOTTY ? ENOTSUP : errno;
 }
 
-timespec timeOf(std::chrono::system_clock::time_point date) {
-  const auto whole = std::chrono::floor<std::chrono::seconds>(date);
-  timespec time{};
-  time.tv_sec = whole.time_since_epoch().count();
-  time.tv_nsec = std::chrono::nanoseconds(date - whole).count();
-  return time;
-}
-
 }  // namespace
 
 Status setImmutable(const std::string& path, bool immutable) {
@@ -55,11 +47,6 @@ Status setPermissions(const std::string& path, std::uint32_t permissions) {
 Status setCreationDate(const std::string& path, std::chrono::system_clock::time_point) {
   // No system call sets the time of an inode's birth.
   return statusFromErrno(exists(path) ? ENOTSUP : ENOENT);
-}
-
-Status setModificationDate(const std::string& path, std::chrono::system_clock::time_point date) {
-  timespec times[2] = {{0, UTIME_OMIT}, timeOf(date)};
-  return ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0 ? Status() : statusFromErrno(errno);
 }
 
 }  // namespace platform::file_system

@@ -99,7 +99,7 @@ TEST_F(QVFileManagerQueriesTest, AMountedVolumeIsFound) {
 TEST_F(QVFileManagerQueriesTest, AReferenceMeansAnItemThatIsThere) {
   const std::string file = sandbox_.makeFile("file");
   EXPECT_EQ(QVFileManager::stringToFSRef(file).path(), file);
-  EXPECT_FALSE(QVFileManager::stringToFSRef(sandbox_.path("missing")).refersToItem());
+  EXPECT_EQ(QVFileManager::stringToFSRef(sandbox_.path("missing")).path(), "");
 }
 
 TEST_F(QVFileManagerQueriesTest, AReferenceLeadsBackToItsPath) {

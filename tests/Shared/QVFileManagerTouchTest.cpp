@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 
 #include "Shared/QVAuthorization.h"
 #include "Shared/QVFileManager.h"
@@ -21,7 +22,8 @@ using test::Sandbox;
 class QVFileManagerTouchTest : public testing::Test {
  protected:
   static void makeOld(const std::string& path) {
-    ASSERT_TRUE(fs::setModificationDate(path, system_clock::now() - hours(24)).ok());
+    using std::filesystem::file_time_type;
+    std::filesystem::last_write_time(path, file_time_type::clock::now() - hours(24));
   }
   static bool isNew(const std::string& path) {
     const auto attributes = fs::attributes(path);

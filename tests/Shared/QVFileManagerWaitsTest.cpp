@@ -46,8 +46,12 @@ class QVFileManagerWaitsTest : public test::LogFixture {
   // A file that was last changed `age` ago.
   std::string agedFile(const std::string& name, milliseconds age) const {
     const std::string made = makeFile(name, "x");
-    EXPECT_TRUE(fs::setModificationDate(made, std::chrono::system_clock::now() - age).ok());
+    makeAged(made, age);
     return made;
+  }
+  static void makeAged(const std::string& path, milliseconds age) {
+    using std::filesystem::file_time_type;
+    std::filesystem::last_write_time(path, file_time_type::clock::now() - age);
   }
   template <class Call>
   static milliseconds timeOf(Call call) {
@@ -99,8 +103,7 @@ TEST_F(QVFileManagerWaitsTest, AFileThatKeepsChangingKeepsTheCaller) {
   const std::string aged = agedFile("new", milliseconds(3800));
   std::thread writer([&] {
     std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_TRUE(
-        fs::setModificationDate(aged, std::chrono::system_clock::now() - milliseconds(3700)).ok());
+    makeAged(aged, milliseconds(3700));
   });
   const auto time = timeOf([&] { QVFileManager::waitForFileWrites(aged); });
   writer.join();
