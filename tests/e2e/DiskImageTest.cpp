@@ -94,7 +94,7 @@ bool kernelKnows(const std::string& fileSystem) {
 std::vector<std::string> contentsOf(const std::string& bundle) {
   std::vector<std::string> lines;
   for (const auto& entry : fs::recursive_directory_iterator(bundle)) {
-    const fs::path path = entry.path();
+    const fs::path& path = entry.path();
     std::string line = path.string().substr(bundle.size());
     if (entry.is_symlink()) {
       line += " -> " + fs::read_symlink(path).string();

@@ -24,9 +24,7 @@ using test::Polkit;
 using test::Sandbox;
 using test::UpdateMachine;
 using test::waitFor;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
 
 // What cp(1) keeps of a bundle: all but which files are one and the same, how the file system
 // stores them, and the time of the bundle itself, which is touched.
