@@ -33,8 +33,8 @@ bool isNewer(const std::string& log, std::chrono::system_clock::time_point date)
 
 std::optional<std::string> newerThan(std::chrono::system_clock::time_point date,
                                      const std::string& applicationName) {
-  // The name has always stood in single quotes in what the names are matched with, unescaped: one
-  // in the name itself leaves nothing that could match.
+  // The names are matched with a text in which this one stands in single quotes, unescaped: one in
+  // the name itself leaves nothing that could match.
   if (applicationName.find('\'') != std::string::npos) return std::nullopt;
   for (const bool user : {true, false}) {
     for (const char* kind : {"CrashReporter", kDiagnosticReports}) {

@@ -11,6 +11,7 @@
 #include "platform/linux/MoveItem.h"
 #include "platform/linux/TrashFolder.h"
 #include "platform/linux/TrashInformation.h"
+#include "platform/linux/WriteAll.h"
 
 namespace platform::workspace {
 namespace {
@@ -19,22 +20,13 @@ bool isItemName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
 }
 
-bool writeAll(int file, const std::string& text) {
-  return ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-}
-
 // The information file of one item; goes away again unless the item has gone into the Trash.
 class InformationFile {
  public:
-  // errno tells why it could not be made: EEXIST when there is one already.
   InformationFile(const FileDescriptor& folder, std::string name, const std::string& contents)
       : folder_(folder), name_(std::move(name)) {
     const ActingAsOwner owner(folder_);
-    if (!owner.ok()) return;
-    const FileDescriptor file(::openat(folder_.get(), name_.c_str(),
-                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    made_ = static_cast<bool>(file);
-    complete_ = made_ && writeAll(file.get(), contents);
+    error_ = owner.ok() ? make(contents) : errno;
   }
   ~InformationFile() {
     if (made_ && !kept_) ::unlinkat(folder_.get(), name_.c_str(), 0);
@@ -42,14 +34,23 @@ class InformationFile {
   InformationFile(const InformationFile&) = delete;
   InformationFile& operator=(const InformationFile&) = delete;
 
-  bool complete() const noexcept { return complete_; }
+  // 0, or why it is not there whole: EEXIST when there is one already.
+  int error() const noexcept { return error_; }
   void keep() noexcept { kept_ = true; }
 
  private:
+  int make(const std::string& contents) {
+    const FileDescriptor file(::openat(folder_.get(), name_.c_str(),
+                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file) return errno;
+    made_ = true;
+    return writeAll(file.get(), contents).status.code();
+  }
+
   const FileDescriptor& folder_;
   const std::string name_;
   bool made_ = false;
-  bool complete_ = false;
+  int error_ = 0;
   bool kept_ = false;
 };
 
@@ -92,7 +93,7 @@ int Recycler::moveWithInformation(const Location& item, const std::string& name)
   InformationFile information(
       trash_.information, trashInformationName(name),
       trashInformation(path::appending(source_, item.name), std::time(nullptr)));
-  if (!information.complete()) return errno;
+  if (information.error() != 0) return information.error();
   const int error = moveAs(item, name);
   if (error == 0) information.keep();
   return error;

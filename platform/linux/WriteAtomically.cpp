@@ -7,6 +7,7 @@
 #include "platform/linux/Location.h"
 #include "platform/linux/SystemError.h"
 #include "platform/linux/TemporaryName.h"
+#include "platform/linux/WriteAll.h"
 
 namespace platform::file_system {
 namespace {
@@ -21,16 +22,6 @@ Location locateInConsoleHome(const PathInHome& path) {
   return location;
 }
 
-bool writeAll(int file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(file, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
 bool takePermissions(const Location& location, int file) {
   struct stat replaced {};
   if (::fstatat(location.descriptor(), location.name.c_str(), &replaced, AT_SYMLINK_NOFOLLOW) !=
@@ -41,24 +32,28 @@ bool takePermissions(const Location& location, int file) {
   return ::fchmod(file, replaced.st_mode & 0777) == 0;
 }
 
-// Makes the file `temporary` beside the location. On a failure errno is set; the file may be there.
-bool writeBeside(const Location& location, const std::string& temporary,
-                 std::string_view contents) {
+// Makes the file `temporary` beside the location; after a failure it may be there. 0 or an error
+// number.
+int writeBeside(const Location& location, const std::string& temporary, std::string_view contents) {
   const FileDescriptor file(::openat(location.descriptor(), temporary.c_str(),
                                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
-  return file && writeAll(file.get(), contents) && takePermissions(location, file.get()) &&
-         (contents.empty() || ::fsync(file.get()) == 0);
+  if (!file) return errno;
+  if (const WriteResult result = writeAll(file.get(), contents); !result.status.ok()) {
+    return result.status.code();
+  }
+  const bool complete =
+      takePermissions(location, file.get()) && (contents.empty() || ::fsync(file.get()) == 0);
+  return complete ? 0 : errno;
 }
 
 int replaceWhole(const Location& location, std::string_view contents) {
   const std::string temporary = temporaryName("writing");
-  if (writeBeside(location, temporary, contents) &&
-      ::renameat(location.descriptor(), temporary.c_str(), location.descriptor(),
-                 location.name.c_str()) == 0) {
-    return 0;
+  int error = writeBeside(location, temporary, contents);
+  if (error == 0 && ::renameat(location.descriptor(), temporary.c_str(), location.descriptor(),
+                               location.name.c_str()) != 0) {
+    error = errno;
   }
-  const int error = errno;
-  ::unlinkat(location.descriptor(), temporary.c_str(), 0);
+  if (error != 0) ::unlinkat(location.descriptor(), temporary.c_str(), 0);
   return error;
 }
 

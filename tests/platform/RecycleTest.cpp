@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -181,6 +183,18 @@ TEST_F(RecycleTest, WhenItCannotBeMovedItStaysWholeAndNoInformationIsLeft) {
   EXPECT_EQ(describeTree(sandbox_.path("Applications/A.app")), before);
   EXPECT_THAT(fs::list(small + "/.local/share/Trash/info"), Optional(ElementsAre()));
   EXPECT_THAT(fs::list(small + "/.local/share/Trash/files"), Optional(ElementsAre()));
+}
+
+TEST_F(RecycleTest, WhereTheInformationOnlyFitsInPartTheItemStays) {
+  sandbox_.makeFile("Applications/A.app/file", "x");
+  ASSERT_TRUE(recycle(applications(), trash(), {"A.app"}));
+  sandbox_.makeFile("Applications/A.app/file", "y");
+  const rlimit tenBytes = {10, 10};
+  std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &tenBytes), 0);
+  EXPECT_FALSE(recycle(applications(), trash(), {"A.app"}));
+  EXPECT_EQ(readFile(applications() + "/A.app/file"), "y");
+  EXPECT_THAT(fs::list(homeTrash() + "/info"), Optional(ElementsAre("A.app.trashinfo")));
 }
 
 TEST_F(RecycleTest, AnImmutableItemStays) {
