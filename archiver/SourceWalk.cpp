@@ -9,8 +9,8 @@
 
 #include "archiver/Beneath.h"
 #include "archiver/Interruption.h"
-#include "platform/linux/DirectoryReader.h"
 #include "platform/linux/SystemError.h"
+#include "platform/linux/files/DirectoryReader.h"
 
 namespace archiver {
 namespace {

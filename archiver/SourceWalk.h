@@ -6,7 +6,7 @@
 #include <string>
 
 #include "platform/Status.h"
-#include "platform/linux/Location.h"
+#include "platform/linux/files/Location.h"
 
 namespace archiver {
 

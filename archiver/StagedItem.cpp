@@ -2,10 +2,10 @@
 
 #include <fcntl.h>
 
-#include "platform/linux/ExclusiveRename.h"
-#include "platform/linux/RemoveTree.h"
 #include "platform/linux/SystemError.h"
-#include "platform/linux/TemporaryName.h"
+#include "platform/linux/files/ExclusiveRename.h"
+#include "platform/linux/files/RemoveTree.h"
+#include "platform/linux/files/TemporaryName.h"
 
 namespace archiver {
 

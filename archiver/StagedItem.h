@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "platform/Status.h"
-#include "platform/linux/Location.h"
+#include "platform/linux/files/Location.h"
 
 namespace archiver {
 

@@ -8,7 +8,7 @@
 #include "archiver/Beneath.h"
 #include "archiver/EntryPath.h"
 #include "platform/linux/SystemError.h"
-#include "platform/linux/WriteAll.h"
+#include "platform/linux/files/WriteAll.h"
 
 namespace archiver {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "archiver/Interruption.h"
 #include "platform/linux/SystemError.h"
-#include "platform/linux/WriteAll.h"
+#include "platform/linux/files/WriteAll.h"
 
 namespace archiver {
 namespace {

@@ -9,8 +9,8 @@
 #include "followup/Verbs.h"
 #include "platform/KeepRunning.h"
 #include "platform/linux/FileDescriptor.h"
-#include "platform/linux/Followup.h"
-#include "platform/linux/ToolReport.h"
+#include "platform/linux/desktop/Followup.h"
+#include "platform/linux/privilege/ToolReport.h"
 
 namespace followup {
 namespace {

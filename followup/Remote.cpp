@@ -9,8 +9,8 @@
 #include "followup/Verbs.h"
 #include "platform/Exception.h"
 #include "platform/PropertyList.h"
-#include "platform/linux/BusObject.h"
-#include "platform/linux/RemoteWire.h"
+#include "platform/linux/bus/BusObject.h"
+#include "platform/linux/bus/RemoteWire.h"
 
 namespace followup {
 namespace {

@@ -19,10 +19,10 @@ inline constexpr int kUsageError = 64;
 inline constexpr int kFailure = 1;
 
 // after WRITERS TURNS VERB [ARGUMENT ...]: carries out the verb when what the descriptors tell has
-// ended, see platform/linux/FollowupTurns.h: the third is held meanwhile, then come WRITERS of
-// tools and TURNS of earlier follow-ups. Unless the verb is detach, it is not carried out after a
-// tool that failed. A process of its own does all this; whoever ends this one ends only the waiting
-// for it.
+// ended, see platform/linux/desktop/FollowupTurns.h: the third is held meanwhile, then come WRITERS
+// of tools and TURNS of earlier follow-ups. Unless the verb is detach, it is not carried out after
+// a tool that failed. A process of its own does all this; whoever ends this one ends only the
+// waiting for it.
 int after(const Arguments& arguments);
 
 // detach PATH [-force]: unmounts what is mounted at the absolute PATH, which must itself be a mount
@@ -40,7 +40,7 @@ int openFile(const Arguments& arguments);
 // open-file-with IDENTIFIER PATH: opens a file with the application of an identifier.
 int openFileWith(const Arguments& arguments);
 // remote: speaks to an object on the person's session bus for a process that may not, asked by
-// messages on standard input, see platform/linux/RemoteWire.h; ends when they do.
+// messages on standard input, see platform/linux/bus/RemoteWire.h; ends when they do.
 int remote(const Arguments& arguments);
 // start PROGRAM [ARGUMENT ...]: starts a program as the person, see Start.h, and leaves it running.
 int start(const Arguments& arguments);

@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "archiver/Unpack.h"
-#include "platform/linux/DirectoryReader.h"
-#include "platform/linux/RemoveTree.h"
+#include "platform/linux/files/DirectoryReader.h"
+#include "platform/linux/files/RemoveTree.h"
 
 // The bytes of an archive, which is really unpacked: into a folder of the target's own, beside
 // which there must be nothing afterwards, and in which nothing runs as somebody else and nothing is

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/DesktopEntry.h"
+#include "platform/linux/desktop/DesktopEntry.h"
 
 // What a hostile bundle says of itself, as lines divided by zeros: its name, its program, its
 // picture, its path, its identifier, its media types. What is written must be one entry with each

@@ -9,7 +9,7 @@
 
 #include "elevator/Channel.h"
 #include "platform/Privilege.h"
-#include "platform/linux/ElevatorChannel.h"
+#include "platform/linux/privilege/ElevatorChannel.h"
 
 // What a client does with the answer to its one question. The first byte says how many descriptors
 // come with the packet and how many the client asked for; the rest is the packet. An answer is a

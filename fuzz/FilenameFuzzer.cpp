@@ -5,7 +5,7 @@
 #include <string>
 
 #include "Shared/QVFileManager.h"
-#include "platform/linux/TrashInformation.h"
+#include "platform/linux/trash/TrashInformation.h"
 
 // A name as a person might type it. What comes out is a single component, or nothing; in the Trash
 // it has room for its information whatever its length, and never becomes another folder's.

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/FinderInformationAttribute.h"
+#include "platform/linux/files/FinderInformationAttribute.h"
 
 // Two bytes of new flags, then an attribute's value as somebody may have written it. What is
 // understood is exactly what has the right length; changed flags are read back, every other byte

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "platform/linux/Introspection.h"
+#include "platform/linux/bus/Introspection.h"
 
 // A description as a host may send it. Every method that is found must be named in the text, entity
 // references apart.

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/TrashInformation.h"
+#include "platform/linux/trash/TrashInformation.h"
 
 // Any path is written as three lines of printable ASCII, from which the same path is read back.
 namespace {

@@ -8,7 +8,7 @@
 #include <ctime>
 #include <string>
 
-#include "platform/linux/WriteAll.h"
+#include "platform/linux/files/WriteAll.h"
 
 namespace platform::console {
 namespace {

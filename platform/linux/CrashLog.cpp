@@ -12,9 +12,9 @@
 #include "platform/FileSystem.h"
 #include "platform/Format.h"
 #include "platform/ProcessInfo.h"
-#include "platform/linux/ConsoleHome.h"
 #include "platform/linux/crash/AlternateStack.h"
 #include "platform/linux/crash/CrashWriter.h"
+#include "platform/linux/people/ConsoleHome.h"
 
 namespace platform::crash_log {
 namespace {

@@ -23,7 +23,7 @@
 
 #include "elevator/Channel.h"
 #include "elevator/Messages.h"
-#include "platform/linux/ElevatorChannel.h"
+#include "platform/linux/privilege/ElevatorChannel.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
 

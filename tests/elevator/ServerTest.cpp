@@ -22,7 +22,7 @@
 #include "elevator/Channel.h"
 #include "elevator/Messages.h"
 #include "platform/Privilege.h"
-#include "platform/linux/ElevatorChannel.h"
+#include "platform/linux/privilege/ElevatorChannel.h"
 #include "tests/support/HeldTool.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"

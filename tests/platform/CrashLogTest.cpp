@@ -16,7 +16,7 @@
 
 #include "platform/DetachedThread.h"
 #include "platform/ProcessInfo.h"
-#include "platform/linux/QuietThread.h"
+#include "platform/linux/processes/QuietThread.h"
 #include "tests/support/Sandbox.h"
 
 namespace {

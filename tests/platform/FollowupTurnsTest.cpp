@@ -1,4 +1,4 @@
-#include "platform/linux/FollowupTurns.h"
+#include "platform/linux/desktop/FollowupTurns.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "platform/linux/Introspection.h"
+#include "platform/linux/bus/Introspection.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

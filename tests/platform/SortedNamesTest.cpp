@@ -1,4 +1,4 @@
-#include "platform/linux/SortedNames.h"
+#include "platform/linux/files/SortedNames.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/linux/ToolEquivalents.h"
+#include "platform/linux/processes/ToolEquivalents.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/linux/TrashInformation.h"
+#include "platform/linux/trash/TrashInformation.h"
 
 #include <gtest/gtest.h>
 

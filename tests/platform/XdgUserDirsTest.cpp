@@ -1,4 +1,4 @@
-#include "platform/linux/XdgUserDirs.h"
+#include "platform/linux/people/XdgUserDirs.h"
 
 #include <gtest/gtest.h>
 

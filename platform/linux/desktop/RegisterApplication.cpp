@@ -1,0 +1,81 @@
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <string_view>
+
+#include "platform/Bundle.h"
+#include "platform/Directories.h"
+#include "platform/Exception.h"
+#include "platform/FileSystem.h"
+#include "platform/Path.h"
+#include "platform/ProcessInfo.h"
+#include "platform/Task.h"
+#include "platform/Workspace.h"
+#include "platform/linux/desktop/DesktopEntry.h"
+#include "platform/linux/desktop/Followup.h"
+
+namespace platform::workspace {
+namespace {
+
+constexpr char kLocalEntries[] = "/usr/local/share/applications";
+constexpr char kDatabaseTool[] = "/usr/bin/update-desktop-database";
+constexpr std::uint64_t kLargestEntry = 1U << 20;
+// Everybody's desktop reads them, whatever the umask of this process is.
+constexpr mode_t kEntryPermissions = 0644;
+
+// Where the calling user's entries stand: the XDG Base Directory Specification's data home.
+std::optional<std::string> entriesFolder() {
+  if (process_info::isSuperuser()) return kLocalEntries;
+  const char* dataHome = std::getenv("XDG_DATA_HOME");
+  if (dataHome != nullptr && *dataHome == '/') return std::string(dataHome) + "/applications";
+  return path::appending(directories::homeDirectory(), ".local/share/applications");
+}
+
+// Desktops find out what opens a kind of file through this cache. It is made beside the run; an
+// absent tool only means that there is no such cache.
+void refreshDatabase(const std::string& folder) {
+  if (!file_system::isExecutable(kDatabaseTool)) return;
+  const std::shared_ptr<Task> task = Task::create();
+  task->setLaunchPath(kDatabaseTool);
+  task->setArguments({"--quiet", folder});
+  task->setStandardInput(Task::End::nullDevice);
+  task->setStandardOutput(Task::End::nullDevice);
+  task->setStandardError(Task::End::nullDevice);
+  try {
+    task->launch();
+  } catch (const Exception&) {
+    // The entry stands; only the cache is older.
+  }
+}
+
+// An entry that the person or a package wrote under the same name stays.
+bool mayReplace(const std::string& file) {
+  if (!file_system::attributes(file)) return true;
+  const std::optional<std::string> old = file_system::read(file, kLargestEntry);
+  return old && desktop_entry::isOurs(*old);
+}
+
+bool writeEntry(const std::string& file, const std::string& entry) {
+  return mayReplace(file) && file_system::writeAtomically(file, entry).ok() &&
+         ::chmod(file.c_str(), kEntryPermissions) == 0;
+}
+
+}  // namespace
+
+bool registerApplication(const std::string& bundlePath) {
+  if (!bundlePath.starts_with('/')) return false;
+  if (const auto held = followup::heldBack({"register", bundlePath}, {bundlePath})) return *held;
+  const std::optional<Bundle> bundle = Bundle::at(bundlePath);
+  if (!bundle) return false;
+  const auto application = desktop_entry::describing(*bundle);
+  if (!application || !file_system::isExecutable(application->executable)) return false;
+  const std::optional<std::string> entry = desktop_entry::serialized(*application);
+  const std::optional<std::string> folder = entriesFolder();
+  if (!entry || !folder || !file_system::createDirectory(*folder).ok()) return false;
+  const std::string name = desktop_entry::fileName(bundle->identifier(), bundlePath);
+  if (!writeEntry(*folder + "/" + name, *entry)) return false;
+  refreshDatabase(*folder);
+  return true;
+}
+
+}  // namespace platform::workspace

@@ -1,0 +1,124 @@
+#include "platform/linux/files/CopyItem.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/linux/SystemError.h"
+#include "platform/linux/files/CopyEntry.h"
+#include "platform/linux/files/CopyTree.h"
+#include "platform/linux/files/ExclusiveRename.h"
+#include "platform/linux/files/RemoveTree.h"
+#include "platform/linux/files/TemporaryName.h"
+
+namespace platform {
+namespace {
+
+bool isSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+// Whether `folder` is the directory `item` or somewhere below it.
+bool isWithin(int folder, const struct stat& item) {
+  FileDescriptor current(::openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  struct stat status {};
+  while (current && ::fstat(current.get(), &status) == 0) {
+    if (isSame(status, item)) return true;
+    FileDescriptor parent(::openat(current.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat above {};
+    if (!parent || ::fstat(parent.get(), &above) != 0 || isSame(above, status)) return false;
+    current = std::move(parent);
+  }
+  return false;
+}
+
+// 0 or an error number.
+int statusOf(const Location& location, struct stat& status) {
+  return ::fstatat(location.descriptor(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0
+             ? 0
+             : errno;
+}
+
+// The error number of what can be seen beforehand to be wrong with the target, or 0: a copy that
+// fails later blames the item that it has come to.
+int refusal(const Location& target, const struct stat& item) {
+  struct stat taken {};
+  if (statusOf(target, taken) == 0) return EEXIST;
+  if (S_ISDIR(item.st_mode) && isWithin(target.descriptor(), item)) return EINVAL;
+  return ::faccessat(target.descriptor(), ".", W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+Status checkCopy(const Location& source, const Location& target) {
+  struct stat item {};
+  if (const int error = statusOf(source, item); error != 0) {
+    return statusFromErrno(error, pathOf(source.descriptor(), source.name));
+  }
+  const int error = refusal(target, item);
+  return error == 0 ? Status() : statusFromErrno(error, pathOf(target.descriptor(), target.name));
+}
+
+Status copyItem(const Location& source, const Location& target,
+                file_system::CopyObserver* observer) {
+  StagedCopy staged(source, target, observer);
+  return staged.status().ok() ? staged.putInPlace() : staged.status();
+}
+
+StagedCopy::StagedCopy(const Location& source, const Location& target,
+                       file_system::CopyObserver* observer)
+    : target_(target), status_(copy(source, observer)) {}
+
+StagedCopy::~StagedCopy() {
+  if (staged_ && !inPlace_) static_cast<void>(removeTree(staged_, LockedFolders::open).ok());
+}
+
+Status StagedCopy::copy(const Location& source, file_system::CopyObserver* observer) {
+  if (Status refused = checkCopy(source, target_); !refused.ok()) return refused;
+  staged_.name = temporaryName("copying");
+  staged_.folder.reset(::fcntl(target_.descriptor(), F_DUPFD_CLOEXEC, 0));
+  if (!staged_) return statusFromErrno(errno, pathOf(target_.descriptor(), target_.name));
+
+  CopyContext context(observer);
+  struct stat item {};
+  if (const int error = statusOf(source, item); error != 0) {
+    context.fail(error, source.descriptor(), source.name);
+  } else if (S_ISDIR(item.st_mode)) {
+    copyTree(source, staged_, context);
+  } else {
+    copyEntry({S_ISREG(item.st_mode), source.descriptor(), source.name, staged_.descriptor(),
+               staged_.name},
+              context, nullptr, nullptr);
+  }
+  return context.result();
+}
+
+Status StagedCopy::sync() const {
+  const FileDescriptor folder(
+      ::openat(staged_.descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder && ::syncfs(folder.get()) == 0 ? Status() : statusFromErrno(errno);
+}
+
+Status StagedCopy::putInPlace() {
+  const int error = renameExclusively(staged_, target_);
+  if (error != 0) return statusFromErrno(error, pathOf(target_.descriptor(), target_.name));
+  inPlace_ = true;
+  return {};
+}
+
+void StagedCopy::takeBack() {
+  if (inPlace_ && renameExclusively(target_, staged_) == 0) inPlace_ = false;
+}
+
+namespace file_system {
+
+Status copy(const std::string& source, const std::string& destination, CopyObserver* observer) {
+  const Location from = locate(source);
+  if (!from) return statusFromErrno(errno, source);
+  const Location to = locate(destination);
+  if (!to) return statusFromErrno(errno, destination);
+  return copyItem(from, to, observer);
+}
+
+}  // namespace file_system
+}  // namespace platform

@@ -1,0 +1,182 @@
+#include "platform/linux/privilege/ElevatorSession.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "elevator/Messages.h"
+#include "elevator/NamedPaths.h"
+#include "platform/linux/privilege/Authenticator.h"
+#include "platform/linux/privilege/ElevatorStart.h"
+#include "platform/linux/privilege/ToolReport.h"
+#include "platform/linux/privilege/Writers.h"
+
+namespace platform {
+namespace {
+
+using privilege::Execution;
+using privilege::Outcome;
+
+constexpr std::chrono::minutes kPersonLimit(5);
+// PAM lets those who gave a wrong password wait for some seconds.
+constexpr std::chrono::seconds kPasswordLimit(30);
+// As many as the elevator itself remembers.
+constexpr std::size_t kMostWritten = 64;
+
+// Reads once, again after interruptions; 0 at the end and on a failure.
+std::size_t readSome(const FileDescriptor& pipe, std::span<std::byte> buffer) {
+  ssize_t size = 0;
+  do {
+    size = ::read(pipe.get(), buffer.data(), buffer.size());
+  } while (size < 0 && errno == EINTR);
+  return size > 0 ? static_cast<std::size_t>(size) : 0;
+}
+
+// This process's environment, in which a child finds the number of its channel.
+std::vector<std::string> environmentWithChannel(int number) {
+  const std::string name = std::string(elevator::kChannelVariable) + "=";
+  std::vector<std::string> result;
+  for (char** each = environ; *each != nullptr; ++each) {
+    if (!std::string_view(*each).starts_with(name)) result.emplace_back(*each);
+  }
+  result.push_back(name + std::to_string(number));
+  return result;
+}
+
+class ElevatedOutput : public privilege::ToolOutput {
+ public:
+  ElevatedOutput(FileDescriptor output, FileDescriptor report)
+      : output_(std::move(output)), report_(std::move(report)) {}
+
+  std::size_t read(std::span<std::byte> buffer) override { return readSome(output_, buffer); }
+
+  int terminationStatus() override {
+    if (!report_) return status_;
+    status_ = takeReport(report_);
+    report_ = FileDescriptor();
+    return status_;
+  }
+
+ private:
+  FileDescriptor output_;
+  FileDescriptor report_;
+  int status_ = kUnknownEnd;
+};
+
+}  // namespace
+
+ElevatorSession::ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevatorsEnd)
+    : channel_(std::move(ownEnd)), elevatorsEnd_(std::move(elevatorsEnd)) {
+  writers::add(*this);
+}
+
+ElevatorSession::~ElevatorSession() {
+  writers::remove(*this);
+  // It was not ended, so it was lost.
+  if (channel_.socket() < 0) writers::forsake({written_.begin(), written_.end()});
+  ElevatorSession::end();
+}
+
+bool ElevatorSession::isAlive(std::chrono::milliseconds limit) {
+  const std::lock_guard lock(mutex_);
+  return channel_.sendHello() && channel_.takeAnswer(0, limit).status == 0;
+}
+
+Outcome ElevatorSession::askForRights() {
+  const std::lock_guard lock(mutex_);
+  if (!canStartElevator()) return Outcome::unavailable;
+  return startElevator(channel_, std::move(elevatorsEnd_), FileDescriptor(), kPersonLimit,
+                       elevator_);
+}
+
+Outcome ElevatorSession::obtainRights(const privilege::Credentials& credentials) {
+  const std::lock_guard lock(mutex_);
+  Authenticator authenticator(credentials);
+  if (!canStartElevator() || !authenticator.waitUntilReady()) return Outcome::unavailable;
+  return startElevator(channel_, std::move(elevatorsEnd_), authenticator.gone(), kPasswordLimit,
+                       elevator_);
+}
+
+Execution ElevatorSession::execute(const std::string& tool,
+                                   const std::vector<std::string>& arguments,
+                                   privilege::Output output) {
+  const bool piped = output == privilege::Output::piped;
+  std::vector<std::string> words = {tool};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  const std::vector<std::string> paths =
+      piped ? std::vector<std::string>() : elevator::namedPaths(arguments);
+  auto answer = run(std::move(words), piped, paths);
+  // What an earlier session left behind there is written anew.
+  if (answer.status == 0 && !piped) writers::reclaim(paths);
+  if (answer.status != 0 || !piped) return {answer.status, nullptr};
+  return {0, std::make_shared<ElevatedOutput>(std::move(answer.descriptors[0]),
+                                              std::move(answer.descriptors[1]))};
+}
+
+ElevatorChannel::Answer ElevatorSession::run(std::vector<std::string> words, bool piped,
+                                             std::vector<std::string> paths) {
+  const std::lock_guard lock(mutex_);
+  // Nobody is at the other end yet.
+  if (elevatorsEnd_) return {privilege::kSessionLost, {}, 0};
+  auto answer = channel_.ask(piped ? elevator::Kind::runPiped : elevator::Kind::run,
+                             std::move(words), piped ? 2 : 0);
+  if (answer.status != 0) return answer;
+  hasRunTools_ = true;
+  if (!piped) written_.push_back(std::move(paths));
+  if (written_.size() > kMostWritten) written_.pop_front();
+  return answer;
+}
+
+ElevatorSession::Observation ElevatorSession::observe(const std::string& path) {
+  if (!hasRunTools_) return {};
+  const std::vector<std::string> paths = elevator::namedPaths({path});
+  const std::lock_guard lock(mutex_);
+  auto answer = channel_.ask(elevator::Kind::observe, {path}, 1);
+  if (answer.status == 0) return {std::move(answer.descriptors[0]), false};
+  const bool wrote = std::ranges::any_of(
+      written_, [&paths](const auto& each) { return elevator::overlap(each, paths); });
+  return {FileDescriptor(), wrote};
+}
+
+FileDescriptor ElevatorSession::newChannel() {
+  const std::lock_guard lock(mutex_);
+  if (elevatorsEnd_) return {};
+  auto answer = channel_.ask(elevator::Kind::newChannel, {}, 1);
+  return answer.status == 0 ? std::move(answer.descriptors[0]) : FileDescriptor();
+}
+
+int ElevatorSession::runInheriting(const std::string& program,
+                                   const std::vector<std::string>& arguments) {
+  FileDescriptor channel = newChannel();
+  if (!channel) return -1;
+  ChildProgram child;
+  child.path = program;
+  child.arguments = {program};
+  child.arguments.insert(child.arguments.end(), arguments.begin(), arguments.end());
+  child.environment = environmentWithChannel(STDIN_FILENO);
+  child.ends[STDIN_FILENO] = channel.get();
+  try {
+    ChildProcess process(child);
+    channel = FileDescriptor();
+    process.wait();
+    return process.status().value_or(-1);
+  } catch (const std::system_error&) {
+    return -1;
+  }
+}
+
+void ElevatorSession::end() {
+  const std::lock_guard lock(mutex_);
+  hasRunTools_ = false;
+  written_.clear();
+  channel_.close();
+  elevatorsEnd_ = FileDescriptor();
+  elevator_.reset();
+}
+
+}  // namespace platform

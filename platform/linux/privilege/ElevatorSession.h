@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/Privilege.h"
+#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/privilege/ElevatorChannel.h"
+#include "platform/linux/processes/ChildProcess.h"
+
+namespace platform {
+
+// A session that is a channel to the elevator.
+class ElevatorSession : public privilege::Session {
+ public:
+  // `elevatorsEnd` is what the elevator will be started with; empty when it runs already.
+  ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevatorsEnd);
+  ~ElevatorSession() override;
+
+  // Whether there is an elevator at the other end; blocks for at most `limit`.
+  bool isAlive(std::chrono::milliseconds limit);
+
+  privilege::Outcome askForRights() override;
+  privilege::Outcome obtainRights(const privilege::Credentials& credentials) override;
+  privilege::Execution execute(const std::string& tool, const std::vector<std::string>& arguments,
+                               privilege::Output output) override;
+  int runInheriting(const std::string& program, const std::vector<std::string>& arguments) override;
+  void end() override;
+
+  struct Observation {
+    // Where the status of the last tool on a path comes once all have ended, see ToolReport.h;
+    // empty when this session has run no tool, or was lost.
+    FileDescriptor report;
+    // Whether nobody knows any more what became of a tool on such a path.
+    bool lost = false;
+  };
+  // What becomes of the tools that name a path overlapping `path` and whose output is discarded.
+  Observation observe(const std::string& path);
+
+ private:
+  ElevatorChannel::Answer run(std::vector<std::string> words, bool piped,
+                              std::vector<std::string> paths);
+  // A channel for a child; empty when the elevator gives none.
+  FileDescriptor newChannel();
+
+  // Whether there is anything to observe; the lock may be held while a person thinks.
+  std::atomic<bool> hasRunTools_ = false;
+  // Guards everything below: a request and its reply belong together.
+  std::mutex mutex_;
+  ElevatorChannel channel_;
+  // The paths of the latest tools that nobody waits for, one list a tool.
+  std::deque<std::vector<std::string>> written_;
+  FileDescriptor elevatorsEnd_;
+  // Null when the elevator was started by somebody else.
+  std::unique_ptr<ChildProcess> elevator_;
+};
+
+}  // namespace platform

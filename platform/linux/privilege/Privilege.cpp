@@ -1,0 +1,40 @@
+#include "platform/Privilege.h"
+
+#include <sys/prctl.h>
+
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+#include "elevator/Channel.h"
+#include "platform/linux/privilege/ElevatorSession.h"
+#include "platform/linux/privilege/HandedDownChannel.h"
+
+namespace platform::privilege {
+namespace {
+
+constexpr std::chrono::seconds kInheritanceLimit(1);
+
+}  // namespace
+
+// static
+Session::Creation Session::create() {
+  elevator::ChannelPair pair = elevator::makeChannel();
+  if (!pair.one) return {errno, nullptr};
+  return {0, std::make_shared<ElevatorSession>(std::move(pair.one), std::move(pair.other))};
+}
+
+// static
+std::shared_ptr<Session> Session::inherited() {
+  FileDescriptor channel = takeHandedDownChannel();
+  if (!channel) return nullptr;
+  auto session = std::make_shared<ElevatorSession>(std::move(channel), FileDescriptor());
+  return session->isAlive(kInheritanceLimit) ? session : nullptr;
+}
+
+void protectProcess() {
+  ::prctl(PR_SET_DUMPABLE, 0);
+  secureHandedDownChannel();
+}
+
+}  // namespace platform::privilege
