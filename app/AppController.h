@@ -4,6 +4,7 @@
 #include <string>
 
 #include "app/UpdateArguments.h"
+#include "app/UpdateDisplay.h"
 #include "platform/Application.h"
 #include "platform/Exception.h"
 
@@ -12,7 +13,7 @@
 //
 // There is no exit status that tells success from failure: the outcome is in the log, in the
 // alerts and, in a silent run, in what the host application is told.
-class AppController : public platform::ApplicationDelegate {
+class AppController : public platform::ApplicationDelegate, public UpdateDisplay {
  public:
   // Main thread, once the main loop runs. After a platform::Exception in here, which is logged, the
   // application stays open without a worker; other exceptions pass on.
@@ -25,8 +26,8 @@ class AppController : public platform::ApplicationDelegate {
   void beginUpdate();
 
   // Take the window off the screen; replace its status line. Main thread.
-  void hideMainWindow();
-  void updateStatusText(const std::string& text);
+  void hideMainWindow() override;
+  void updateStatusText(const std::string& text) override;
 
  private:
   void showMainWindow();

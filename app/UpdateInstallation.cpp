@@ -7,7 +7,6 @@
 #include "Shared/QVLocalPaths.h"
 #include "Shared/QVTaskEx.h"
 #include "Shared/QVTaskNotification.h"
-#include "app/AppController.h"
 #include "app/LogOnMainThread.h"
 #include "platform/Alert.h"
 #include "platform/Clock.h"
@@ -41,8 +40,8 @@ void takeSuperuserIdentity() {
 
 }  // namespace
 
-UpdateInstallation::UpdateInstallation(AppController& controller, UpdateArguments arguments)
-    : controller_(controller),
+UpdateInstallation::UpdateInstallation(UpdateDisplay& display, UpdateArguments arguments)
+    : display_(display),
       arguments_(std::move(arguments)),
       source_(arguments_.source.value()),
       destination_(arguments_.destination.value()),
@@ -132,13 +131,13 @@ void UpdateInstallation::makeNewBundleKnown() const {
 void UpdateInstallation::relaunch() const {
   using platform::main_thread::perform;
   if (!arguments_.silent) {
-    perform([this] { controller_.updateStatusText("Relaunching..."); }, Wait::untilDone);
+    perform([this] { display_.updateStatusText("Relaunching..."); }, Wait::untilDone);
   }
   logOnMainThread("File copy successful.");
   if (arguments_.silent) return;
   logOnMainThread("Launching app...");
   static_cast<void>(platform::workspace::open(destination_));
-  perform([this] { controller_.hideMainWindow(); }, Wait::untilDone);
+  perform([this] { display_.hideMainWindow(); }, Wait::untilDone);
 }
 
 void UpdateInstallation::detachDiskImage() const {

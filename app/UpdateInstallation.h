@@ -3,8 +3,7 @@
 #include <string>
 
 #include "app/UpdateArguments.h"
-
-class AppController;
+#include "app/UpdateDisplay.h"
 
 // The installation itself: waits for the updater to close, replaces the old bundle by the new one,
 // makes the new one known, reopens it and detaches the disk image.
@@ -14,8 +13,8 @@ class AppController;
 // Nothing is undone on failure; the old bundle stays whole in the Trash.
 class UpdateInstallation {
  public:
-  // `arguments` must name two bundles. `controller` shows the progress and must outlive this.
-  UpdateInstallation(AppController& controller, UpdateArguments arguments);
+  // `arguments` must name two bundles; `display` must outlive this.
+  UpdateInstallation(UpdateDisplay& display, UpdateArguments arguments);
 
   // Runs all steps, and answers when they are done or have given up. On a thread other than the
   // main one, which must be serving its loop; blocks for several seconds. Raises what the platform
@@ -37,7 +36,7 @@ class UpdateInstallation {
   void detachDiskImage() const;
   void reportProgress() const;
 
-  AppController& controller_;
+  UpdateDisplay& display_;
   const UpdateArguments arguments_;
   const std::string source_;
   const std::string destination_;

@@ -84,10 +84,8 @@ class CopyObserver {
   // An item of the source. Its path is looked for when it is asked for, which takes system calls.
   class Item {
    public:
+    virtual ~Item() = default;
     virtual std::string path() const = 0;
-
-   protected:
-    ~Item() = default;
   };
 
   virtual ~CopyObserver() = default;
