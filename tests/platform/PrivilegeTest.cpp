@@ -265,6 +265,24 @@ TEST_F(PrivilegeTest, WithoutABusNothingCanBeGranted) {
   asUser(expectUnavailable);
 }
 
+TEST_F(PrivilegeTest, OnceTheBusIsThereAgainTheNextTryOfTheSameProcessWorks) {
+  constexpr char kBus[] = "/run/dbus/system_bus_socket";
+  constexpr char kElsewhere[] = "/run/dbus/elsewhere";
+  const Polkit polkit(sandbox_);
+  fs::rename(kBus, kElsewhere);
+  const pid_t user = startAs(sandbox_, kUser, [] {
+    expectUnavailable();
+    ::raise(SIGSTOP);
+    EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
+  });
+  int status = 0;
+  ASSERT_EQ(::waitpid(user, &status, WUNTRACED), user);
+  EXPECT_TRUE(WIFSTOPPED(status));
+  fs::rename(kElsewhere, kBus);
+  ::kill(user, SIGCONT);
+  EXPECT_TRUE(passed(user));
+}
+
 TEST_F(PrivilegeTest, WithoutAnAuthorityNothingCanBeGranted) {
   const Polkit polkit(sandbox_, Polkit::Without::authority);
   asUser(expectUnavailable);
