@@ -186,6 +186,9 @@ TEST_F(CrashWriterTest, AFileSystemThatDoesNotAnswerCannotKeepTheProcess) {
   ChildProgram probe({kProbe, mounted, "wait"});
   ASSERT_TRUE(probe.waitForLine("(ready)"));
   server.signal(SIGSTOP);
+  // A call that the server has taken up already would not even end with the process.
+  siginfo_t stopped{};
+  ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(server.id()), &stopped, WSTOPPED), 0);
   probe.signal(SIGSEGV);
   EXPECT_EQ(signalOf(probe), SIGKILL);
   server.signal(SIGCONT);

@@ -66,16 +66,17 @@ void crashTwice() {
 }
 
 // The allocator finds its own list damaged while it holds its lock: it ends the process there. It
-// takes the lock only when there are other threads.
+// takes the lock only when there are other threads. All is volatile, or the optimiser would see
+// that nobody uses the memory.
 void crashInAllocator() {
   std::thread([] { ::pause(); }).detach();
   constexpr std::size_t kTooLargeForCaches = 4096;
-  auto** damaged = static_cast<void**>(std::malloc(kTooLargeForCaches));
-  void* const between = std::malloc(kTooLargeForCaches);
-  void** const volatile keep = damaged;
+  void* volatile damaged = std::malloc(kTooLargeForCaches);
+  void* volatile between = std::malloc(kTooLargeForCaches);
+  void* volatile* const links = static_cast<void* volatile*>(damaged);
   std::free(damaged);
-  keep[1] = keep;
-  void* const volatile found = std::malloc(2 * kTooLargeForCaches);
+  links[1] = between;
+  void* volatile found = std::malloc(2 * kTooLargeForCaches);
   std::free(found);
   std::free(between);
 }
