@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "followup/LoopDevice.h"
 #include "followup/MountTable.h"
 #include "followup/Unmount.h"
 #include "followup/Verbs.h"
@@ -94,7 +95,11 @@ int detach(const Arguments& arguments) {
     say("\"" + order->path + "\" is not a mount point that can be detached");
     return kFailure;
   }
-  return unmountWhileMounted(*mountPoint, order->force);
+  const std::optional<std::string> loopDevice = lastingLoopDeviceAt(*mountPoint);
+  const int result = unmountWhileMounted(*mountPoint, order->force);
+  // The image is detached for whoever looks for its files, even if its device may not be freed.
+  if (result == 0 && loopDevice) deleteLoopDevice(*loopDevice);
+  return result;
 }
 
 }  // namespace followup

@@ -11,9 +11,11 @@ bool isOctal(char character) {
 
 // proc(5): mount id, parent id, device, root, mount point, options ... with one blank between. All
 // other white space may be part of a name.
-std::string mountPointOf(std::string_view line) {
-  constexpr int kFieldsBefore = 4;
-  for (int i = 0; i < kFieldsBefore; ++i) {
+constexpr int kDeviceField = 2;
+constexpr int kMountPointField = 4;
+
+std::string fieldOf(std::string_view line, int field) {
+  for (int i = 0; i < field; ++i) {
     const std::size_t blank = line.find(' ');
     if (blank == std::string_view::npos) return {};
     line.remove_prefix(blank + 1);
@@ -42,9 +44,19 @@ std::string unescaped(std::string_view field) {
 
 bool isMountPoint(const std::string& path, std::istream& mountInfo) {
   for (std::string line; std::getline(mountInfo, line);) {
-    if (!path.empty() && mountPointOf(line) == path) return true;
+    if (!path.empty() && fieldOf(line, kMountPointField) == path) return true;
   }
   return false;
+}
+
+std::string deviceMountedAt(const std::string& path, std::istream& mountInfo) {
+  std::string device;
+  for (std::string line; std::getline(mountInfo, line);) {
+    if (!path.empty() && fieldOf(line, kMountPointField) == path) {
+      device = fieldOf(line, kDeviceField);
+    }
+  }
+  return device;
 }
 
 }  // namespace followup

@@ -14,4 +14,8 @@ std::string unescaped(std::string_view field);
 // /proc/self/mountinfo.
 bool isMountPoint(const std::string& path, std::istream& mountInfo);
 
+// The device, as "major:minor", of what was mounted last at exactly `path` according to such a
+// table; "" when nothing is.
+std::string deviceMountedAt(const std::string& path, std::istream& mountInfo);
+
 }  // namespace followup

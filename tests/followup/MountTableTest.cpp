@@ -6,6 +6,7 @@
 
 namespace {
 
+using followup::deviceMountedAt;
 using followup::isMountPoint;
 using followup::unescaped;
 
@@ -38,6 +39,18 @@ TEST(MountTableTest, ALineThatIsCutShortIsNoMount) {
   std::istringstream table("22 1 8:1 /\n22 1\n\n \n22 1 8:1 / ");
   EXPECT_FALSE(isMountPoint("/", table));
   EXPECT_FALSE(isMountPoint("", table));
+}
+
+TEST(MountTableTest, TheDeviceIsThatOfWhatWasMountedLast) {
+  std::istringstream table(std::string(kTable) + "39 37 7:12 / /mnt rw - ext4 /dev/loop12 rw\n");
+  EXPECT_EQ(deviceMountedAt("/mnt", table), "7:12");
+}
+
+TEST(MountTableTest, NothingHasNoDevice) {
+  for (const char* path : {"", "/Volumes", "/mnt/source"}) {
+    std::istringstream table(kTable);
+    EXPECT_EQ(deviceMountedAt(path, table), "") << path;
+  }
 }
 
 TEST(MountTableTest, OnlyThreeOctalDigitsAreAnEscape) {

@@ -1,13 +1,14 @@
 #include "tests/support/LoopImage.h"
 
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <stdexcept>
 #include <vector>
+
+#include "tests/support/MountPoint.h"
 
 namespace test {
 namespace {
@@ -35,11 +36,7 @@ LoopImage::LoopImage(const Sandbox& sandbox, const std::string& relative)
 }
 
 bool LoopImage::isMounted() const {
-  struct stat inside = {};
-  struct stat above = {};
-  const std::string parent = std::filesystem::path(mountPoint_).parent_path();
-  return ::stat(mountPoint_.c_str(), &inside) == 0 && ::stat(parent.c_str(), &above) == 0 &&
-         inside.st_dev != above.st_dev;
+  return isMountPoint(mountPoint_);
 }
 
 bool LoopImage::hasLoopDevice() const {

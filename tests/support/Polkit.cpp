@@ -86,10 +86,7 @@ pid_t start(const std::vector<const char*>& words) {
 }
 
 bool authorityIsOnTheBus() {
-  return std::system(
-             "dbus-send --system --print-reply --dest=org.freedesktop.DBus / "
-             "org.freedesktop.DBus.GetNameOwner string:org.freedesktop.PolicyKit1 "
-             ">/dev/null 2>&1") == 0;
+  return Polkit::isOnTheBus("org.freedesktop.PolicyKit1");
 }
 
 // What the custodian does: starts the daemons, tells the authority's process id, and ends them when
@@ -167,6 +164,15 @@ void Polkit::endDaemons() {
   ::close(lifeline_);
   ::waitpid(custodian_, nullptr, 0);
   custodian_ = 0;
+}
+
+// static
+bool Polkit::isOnTheBus(const std::string& name) {
+  const std::string question =
+      "dbus-send --system --print-reply --dest=org.freedesktop.DBus / "
+      "org.freedesktop.DBus.GetNameOwner string:" +
+      name + " >/dev/null 2>&1";
+  return std::system(question.c_str()) == 0;
 }
 
 void Polkit::hang() const {

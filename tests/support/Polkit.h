@@ -28,6 +28,9 @@ class Polkit {
   Polkit(const Polkit&) = delete;
   Polkit& operator=(const Polkit&) = delete;
 
+  // Whether somebody on the system bus has that name.
+  static bool isOnTheBus(const std::string& name);
+
   // Stops the authority so that it answers nothing more, and lets it go on.
   void hang() const;
   void goOn() const;

@@ -16,6 +16,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/MountPoint.h"
 #include "tests/support/WaitFor.h"
 
 namespace test {
@@ -54,15 +55,6 @@ void runTool(const std::vector<std::string>& command) {
   if (::waitpid(pid, &status, 0) != pid || status != 0) {
     throw std::runtime_error(command.front() + " failed");
   }
-}
-
-bool isMountPoint(const std::string& path) {
-  std::error_code missing;
-  const auto device = [&](const fs::path& item) {
-    struct stat attributes = {};
-    return ::stat(item.c_str(), &attributes) == 0 ? attributes.st_dev : 0;
-  };
-  return fs::exists(path, missing) && device(path) != device(fs::path(path).parent_path());
 }
 
 }  // namespace
