@@ -81,6 +81,13 @@ class FileChangesFixture : public LogFixture {
     return std::filesystem::exists(std::filesystem::symlink_status(path));
   }
 
+  // Paths by which no item may be changed: none, one of another working folder's, and ones that
+  // lead to the folder that `item` is in without naming it.
+  static std::vector<std::optional<std::string>> pathsThatNameNoItem(const std::string& item) {
+    const std::filesystem::path folder = std::filesystem::path(item).parent_path();
+    return {std::nullopt, "", "/", folder.filename(), item + "/..", folder / "."};
+  }
+
   std::string trash() const { return sandbox_.homeOf(kUser) + "/.Trash"; }
   std::string inHome(const std::string& name) const { return sandbox_.homeOf(kUser) + "/" + name; }
 
