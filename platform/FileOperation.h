@@ -38,9 +38,10 @@ class FileOperation {
   // platform has it beside the status.
   static constexpr char kCurrentItem[] = "kFSOperationCurrentItemKey";
 
-  // How far the operation is. While it preflights, the totals are what was found up to now. They
-  // never shrink, and what is complete never passes them: a source that grows meanwhile raises
-  // them. When all is copied they are what was copied.
+  // How far the operation is. It preflights as long as it is not known how much there is to do,
+  // which is found out while it is already being copied: the totals are then what was found up to
+  // now. They never shrink, and what is complete never passes them: a source that grows meanwhile
+  // raises them. When all is copied they are what was copied.
   struct Report {
     Stage stage = Stage::undefined;
     // Why the copy failed, once it is complete; ECANCELED when it was cancelled.
@@ -66,10 +67,10 @@ class FileOperation {
   // path, a second start, a process that has no room for another thread, and an application that is
   // ending.
   //
-  // `callback` runs on the main thread: from `minimumInterval` on while the source is preflighted,
-  // as soon as copying begins, and then, as long as something is copied, whenever `minimumInterval`
-  // has passed since the last time; a main thread that was busy is given one report that is true
-  // then. Last comes, once and at once, the report that the operation is complete, and `callback`
+  // `callback` runs on the main thread: as long as something is copied, whenever `minimumInterval`
+  // has passed since the beginning or the last time; a main thread that was busy is given one
+  // report that is true then. A copy that was never reported to be running is so when all is
+  // copied. Last comes, once and at once, the report that the operation is complete, and `callback`
   // is let go. A platform::Exception that it lets through is written to the console.
   //
   // When the application ends first, the copy is cancelled and the application waits for its

@@ -150,7 +150,7 @@ TEST_F(QVFileManagerProgressTest, TheFormsWithTheOperationArePreferred) {
 TEST_F(QVFileManagerProgressTest, WhatTheDelegateAnswersIsLookedUpForEachMessage) {
   if (!test::SlowFiles::canBeMade()) GTEST_SKIP() << test::SlowFiles::kNeeds;
   makeFiles(100);
-  const test::SlowFiles slow(tree(), milliseconds(2));
+  const test::SlowFiles slow(tree(), milliseconds(15));
   delegate_->fileOperationProgress = [&](const Status&) {
     delegate_->fileOperationFinishedWithOperation = [&](const Status& status, const Operation&) {
       ended(status);
@@ -261,8 +261,8 @@ TEST_F(QVFileManagerProgressTest, WhatIsThereIsKeptAndTheEndIsTold) {
 
 TEST_F(QVFileManagerProgressTest, ADelegateMayCancelFromItsMessage) {
   if (!test::SlowFiles::canBeMade()) GTEST_SKIP() << test::SlowFiles::kNeeds;
-  makeFiles(500);
-  const test::SlowFiles slow(tree(), milliseconds(2));
+  makeFiles(100);
+  const test::SlowFiles slow(tree(), milliseconds(15));
   delegate_->fileOperationProgressWithOperation = [](const Status&, const Operation& operation) {
     QVFileManager::cancelFileOperation(operation);
   };
@@ -329,7 +329,7 @@ TEST_F(QVFileManagerProgressTest, AfterTheEndOfTheMainLoopNothingIsScheduled) {
 TEST_F(QVFileManagerProgressTest, ADelegateThatUnschedulesTheOperationItselfIsNotedAtTheEnd) {
   if (!test::SlowFiles::canBeMade()) GTEST_SKIP() << test::SlowFiles::kNeeds;
   makeFiles(100);
-  const test::SlowFiles slow(tree(), milliseconds(2));
+  const test::SlowFiles slow(tree(), milliseconds(15));
   const std::size_t threads = test::threads();
   delegate_->fileOperationProgressWithOperation = [&](const Status&, const Operation& operation) {
     // The end is on its way when the copy's threads are gone.

@@ -31,7 +31,7 @@ class FileOperationCancelTest : public test::FileOperationFixture {};
 TEST_F(FileOperationCancelTest, ACopyMayBeCancelledFromItsReport) {
   makeFiles(3000);
   recorder_->reaction = [](const Operation& operation, const Report&) { operation->cancel(); };
-  started();
+  started(milliseconds(0));
   EXPECT_TRUE(serveUntilTheEnd());
   serveFor(milliseconds(50));
   EXPECT_EQ(recorder_->ends, 1);
@@ -114,7 +114,7 @@ TEST_F(FileOperationCancelTest, ACancelledCopyOfALargeFileStopsInTheMiddle) {
   for (int i = 0; i < 300; ++i) out << piece;
   out.close();
   recorder_->reaction = [](const Operation& operation, const Report&) { operation->cancel(); };
-  started(file, disk, "copy");
+  started(file, disk, "copy", milliseconds(0));
   EXPECT_TRUE(serveUntilTheEnd());
   EXPECT_EQ(recorder_->resultCode(), ECANCELED);
   EXPECT_LT(number(recorder_->reports.back(), FileOperation::kBytesComplete),

@@ -68,7 +68,7 @@ TEST_F(FileOperationTest, ASourceThatVanishesFailsTheCopyAndLeavesNothing) {
   EXPECT_THAT(target(), Optional(IsEmpty()));
 }
 
-TEST_F(FileOperationTest, WhatIsThereIsKeptAndRefusedWithoutCounting) {
+TEST_F(FileOperationTest, WhatIsThereIsKeptAndRefusedAtOnce) {
   makeFiles(3);
   sandbox_.makeFile("to/copy", "mine");
   started();

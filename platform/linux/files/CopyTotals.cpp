@@ -5,14 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cstring>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/linux/files/CopyQueue.h"
 #include "platform/linux/files/DirectoryChain.h"
 #include "platform/linux/files/DirectoryReader.h"
 
@@ -21,8 +17,6 @@ namespace {
 
 // How many names of folders that are still to be counted may be remembered at once.
 constexpr std::size_t kMaxPendingFolders = 16384;
-// How many bytes of files' names are handed to a thread at once.
-constexpr std::size_t kMaxNamesInBatch = 4096;
 
 // What an entry is, and its bytes when it is a file.
 struct Found {
@@ -37,8 +31,12 @@ Found look(int folder, const char* name) {
   return {status.st_mode & S_IFMT, file ? static_cast<std::uint64_t>(status.st_size) : 0};
 }
 
-// The folders are read by one thread; what takes most of the time, looking at their files, is done
-// by all.
+// Only files, and what the file system does not tell the kind of, need to be looked at.
+Found look(int folder, const DirectoryReader::Entry& entry) {
+  const bool told = entry.type != DT_UNKNOWN && entry.type != DT_REG;
+  return told ? Found{static_cast<mode_t>(DTTOIF(entry.type)), 0} : look(folder, entry.name.data());
+}
+
 class CountingWalk {
  public:
   explicit CountingWalk(const std::function<bool(const CopyTotals&)>& goOn) : goOn_(goOn) {}
@@ -51,45 +49,32 @@ class CountingWalk {
     off_t position = 0;                // where reading it goes on
     bool read = false;                 // nothing more to read
   };
-  struct Batch {
-    DirectoryChain::Directory folder;
-    std::string files;  // their names, each with the zero that ends it
-  };
 
   void walk();
   void enter(int folder, const std::string& name);
   void read(Level& level);
-  void take(Level& level, Batch& batch, const DirectoryReader::Entry& entry);
-  void send(Batch& batch);
-  void addItem();
-  CopyTotals totals() const;
+  void take(Level& level, const DirectoryReader::Entry& entry);
+  void add(const Found& found);
 
   const std::function<bool(const CopyTotals&)>& goOn_;
   DirectoryChain chain_;
   std::vector<Level> levels_;
   std::size_t pendingFolders_ = 0;
-  std::uint64_t items_ = 0;
+  CopyTotals totals_;
   bool stopped_ = false;
-  std::atomic<std::uint64_t> bytes_ = 0;
-  CopyQueue queue_;  // last: its threads use what is above
 };
 
 CopyTotals CountingWalk::count(const Location& source) {
-  addItem();
-  bytes_ += look(source.descriptor(), source.name.c_str()).bytes;
+  add(look(source.descriptor(), source.name.c_str()));
   enter(source.descriptor(), source.name);
   walk();
-  queue_.finish();
-  return totals();
+  return totals_;
 }
 
-CopyTotals CountingWalk::totals() const {
-  return {.items = items_, .bytes = bytes_};
-}
-
-void CountingWalk::addItem() {
-  ++items_;
-  stopped_ = stopped_ || !goOn_(totals());
+void CountingWalk::add(const Found& found) {
+  ++totals_.items;
+  totals_.bytes += found.bytes;
+  stopped_ = stopped_ || !goOn_(totals_);
 }
 
 void CountingWalk::walk() {
@@ -123,7 +108,6 @@ void CountingWalk::enter(int folder, const std::string& name) {
 void CountingWalk::read(Level& level) {
   const int directory = chain_.top()->get();
   DirectoryReader reader(directory);
-  Batch batch = {chain_.top(), {}};
   level.read = ::lseek(directory, level.position, SEEK_SET) < 0;
   while (!level.read && !stopped_ &&
          (level.folders.empty() || pendingFolders_ < kMaxPendingFolders)) {
@@ -131,37 +115,16 @@ void CountingWalk::read(Level& level) {
     level.read = !entry;
     if (!entry) break;
     level.position = reader.position();
-    take(level, batch, *entry);
-  }
-  send(batch);
-}
-
-void CountingWalk::take(Level& level, Batch& batch, const DirectoryReader::Entry& entry) {
-  addItem();
-  const char* const name = entry.name.data();
-  const bool unknown = entry.type == DT_UNKNOWN;
-  const mode_t kind =
-      unknown ? look(batch.folder->get(), name).kind : static_cast<mode_t>(DTTOIF(entry.type));
-  if (kind == S_IFDIR) {
-    level.folders.emplace_back(entry.name);
-    ++pendingFolders_;
-  } else if (kind == S_IFREG) {
-    batch.files.append(name, entry.name.size() + 1);
-    if (batch.files.size() >= kMaxNamesInBatch) send(batch);
+    take(level, *entry);
   }
 }
 
-void CountingWalk::send(Batch& batch) {
-  if (batch.files.empty()) return;
-  auto sent = std::make_shared<Batch>(Batch{batch.folder, std::exchange(batch.files, {})});
-  queue_.push([this, sent] {
-    std::uint64_t bytes = 0;
-    const char* const end = sent->files.data() + sent->files.size();
-    for (const char* file = sent->files.data(); file < end; file += std::strlen(file) + 1) {
-      bytes += look(sent->folder->get(), file).bytes;
-    }
-    bytes_ += bytes;
-  });
+void CountingWalk::take(Level& level, const DirectoryReader::Entry& entry) {
+  const Found found = look(chain_.top()->get(), entry);
+  add(found);
+  if (found.kind != S_IFDIR) return;
+  level.folders.emplace_back(entry.name);
+  ++pendingFolders_;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <future>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "platform/Application.h"
@@ -13,7 +14,7 @@
 #include "platform/linux/SystemError.h"
 #include "platform/linux/files/CopyItem.h"
 #include "platform/linux/files/CopyProgress.h"
-#include "platform/linux/files/CopyTotals.h"
+#include "platform/linux/files/CountBesideCopy.h"
 #include "platform/linux/loop/MainLoop.h"
 #include "platform/linux/processes/QuietThread.h"
 
@@ -53,11 +54,16 @@ class BackgroundCopy final : public FileOperation,
   // On the thread of the copy.
   void run();
   Status copy();
-  bool preflight(const Location& source);
-  void beginRunning();
+  void reportAllCopied();
 
   // On the threads that copy.
-  void reportIfDue(const Item& item);
+  void advanced(const Item& item);
+
+  // On the thread that counts.
+  bool goOnCounting(const CopyTotals& soFar);
+  void counted(const CopyTotals& totals);
+
+  // On any of these.
   bool isDue();
   void report();
 
@@ -72,15 +78,16 @@ class BackgroundCopy final : public FileOperation,
   application::ObserverId endOfApplication_ = 0;
 
   CopyProgress progress_;
+  std::optional<CountBesideCopy> count_;
   std::atomic<bool> scheduled_ = false;
   std::atomic<bool> begun_ = false;
   std::atomic<bool> cancelled_ = false;
   std::atomic<Stage> stage_ = Stage::undefined;
   std::atomic<bool> reportQueued_ = false;
+  std::atomic<bool> reported_ = false;  // that it is running
   std::atomic<Clock::time_point> nextReport_{};
   std::promise<void> ended_;
-  bool reported_ = false;  // while preflighting; the copy's thread's
-  Callback callback_;      // the main thread's, once the copy has begun
+  Callback callback_;  // the main thread's, once the copy has begun
 };
 
 Status BackgroundCopy::schedule() {
@@ -139,7 +146,7 @@ void BackgroundCopy::run() {
   } catch (const std::bad_alloc&) {
     result = statusFromErrno(ENOMEM);
   }
-  if (result.ok()) progress_.settle();
+  if (result.ok()) reportAllCopied();
   ended();
   main_loop::add([self = shared_from_this(), result, scheduled = scheduled_.load()] {
     self->complete(result, scheduled);
@@ -151,48 +158,56 @@ Status BackgroundCopy::copy() {
   if (!from) return statusFromErrno(errno, source_);
   const Location to = locate(destination_);
   if (!to) return statusFromErrno(errno, destination_);
-  // What is refused need not be counted first.
-  if (Status refusal = checkCopy(from, to); !refusal.ok()) return refusal;
-  if (!preflight(from)) return statusFromErrno(ECANCELED);
-  beginRunning();
-  return copyItem(from, to, this);
-}
-
-// Answers whether it was gone through with.
-bool BackgroundCopy::preflight(const Location& source) {
   stage_ = Stage::preflighting;
   progress_.setCurrentItem(source_);
-  progress_.setTotals(countForCopy(source, [this](const CopyTotals& soFar) {
-    if (isDue()) {
-      progress_.setTotals(soFar);
-      report();
-      reported_ = true;
-    }
-    return !isCancelled();
-  }));
-  return !isCancelled();
+  count_.emplace(
+      from, Clock::now() + interval_ / 2,
+      [this](const CopyTotals& soFar) { return goOnCounting(soFar); },
+      [this](const CopyTotals& totals) { counted(totals); });
+  Status result = copyItem(from, to, this);
+  count_.reset();
+  return result;
 }
 
-// Whoever follows the copy knows how much there is to do as soon as this is known.
-void BackgroundCopy::beginRunning() {
+// Whoever follows the copy is told of it at least once.
+void BackgroundCopy::reportAllCopied() {
+  progress_.settle();
   stage_ = Stage::running;
   if (!reported_) report();
 }
 
 void BackgroundCopy::bytesCopied(std::uint64_t bytes, const Item& item) {
   progress_.addBytes(bytes);
-  reportIfDue(item);
+  advanced(item);
 }
 
 void BackgroundCopy::itemCopied(const Item& item) {
   progress_.addItem();
-  reportIfDue(item);
+  advanced(item);
 }
 
-void BackgroundCopy::reportIfDue(const Item& item) {
-  if (!isDue()) return;
-  progress_.setCurrentItem(item.path());
-  report();
+void BackgroundCopy::advanced(const Item& item) {
+  if (stage_.load(std::memory_order_relaxed) == Stage::preflighting) {
+    count_->beginIfDue();
+  } else if (isDue()) {
+    progress_.setCurrentItem(item.path());
+    report();
+  }
+}
+
+bool BackgroundCopy::goOnCounting(const CopyTotals& soFar) {
+  if (isDue()) {
+    progress_.setTotals(soFar);
+    report();
+  }
+  return !isCancelled();
+}
+
+void BackgroundCopy::counted(const CopyTotals& totals) {
+  if (isCancelled()) return;
+  progress_.setTotals(totals);
+  stage_ = Stage::running;
+  if (isDue()) report();
 }
 
 // True for one of the threads that ask, once in an interval.
@@ -203,6 +218,7 @@ bool BackgroundCopy::isDue() {
 }
 
 void BackgroundCopy::report() {
+  if (stage_ == Stage::running) reported_ = true;
   if (!scheduled_ || reportQueued_.exchange(true)) return;
   main_loop::add([self = shared_from_this()] { self->deliver(); });
 }
