@@ -26,8 +26,8 @@ void CountBesideCopy::begin() {
 // Without memory for it nothing is known of what there is to do; the copy goes on.
 void CountBesideCopy::count() const {
   try {
-    const CopyTotals totals = countForCopy(
-        source_, [this](const CopyTotals& soFar) { return !ending_ && goOn_(soFar); });
+    const CopyTotals totals =
+        countForCopy(source_, [this](const CopyTotals& soFar) { return !ending_ && goOn_(soFar); });
     if (!ending_) counted_(totals);
   } catch (const std::bad_alloc&) {
     return;

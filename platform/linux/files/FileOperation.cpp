@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <future>
 #include <new>
-#include <optional>
 #include <utility>
 
 #include "platform/Application.h"
@@ -78,7 +77,7 @@ class BackgroundCopy final : public FileOperation,
   application::ObserverId endOfApplication_ = 0;
 
   CopyProgress progress_;
-  std::optional<CountBesideCopy> count_;
+  CountBesideCopy* count_ = nullptr;  // while something is copied
   std::atomic<bool> scheduled_ = false;
   std::atomic<bool> begun_ = false;
   std::atomic<bool> cancelled_ = false;
@@ -160,13 +159,12 @@ Status BackgroundCopy::copy() {
   if (!to) return statusFromErrno(errno, destination_);
   stage_ = Stage::preflighting;
   progress_.setCurrentItem(source_);
-  count_.emplace(
+  CountBesideCopy count(
       from, Clock::now() + interval_ / 2,
       [this](const CopyTotals& soFar) { return goOnCounting(soFar); },
       [this](const CopyTotals& totals) { counted(totals); });
-  Status result = copyItem(from, to, this);
-  count_.reset();
-  return result;
+  count_ = &count;
+  return copyItem(from, to, this);
 }
 
 // Whoever follows the copy is told of it at least once.
