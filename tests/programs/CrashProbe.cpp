@@ -108,7 +108,10 @@ void crashWithStackAt(const void* address) {
 #if defined(__x86_64__)
   asm volatile("mov %0, %%rsp; mov %0, %%rbp; movl $1, 0" : : "r"(address) : "memory");
 #elif defined(__aarch64__)
-  asm volatile("mov sp, %0; mov x29, %0; str wzr, [xzr]" : : "r"(address) : "memory");
+  asm volatile("mov sp, %0; mov x29, %0; mov x9, xzr; str wzr, [x9]"
+               :
+               : "r"(address)
+               : "x9", "memory");
 #endif
 }
 
