@@ -23,6 +23,7 @@
 
 #include "Shared/QVFileManager.h"
 #include "benchmarks/FileTrees.h"
+#include "benchmarks/Timing.h"
 #include "platform/FileSystem.h"
 #include "platform/Workspace.h"
 
@@ -30,13 +31,13 @@ namespace {
 
 namespace fs = platform::file_system;
 
-using benchmark_trees::Action;
 using benchmark_trees::check;
 using benchmark_trees::makeBundle;
 using benchmark_trees::makeFiles;
-using benchmark_trees::median;
-using benchmark_trees::milliseconds;
 using benchmark_trees::writeFile;
+using timing::median;
+using timing::milliseconds;
+using timing::Work;
 
 constexpr int kRounds = 3;
 constexpr std::size_t kTreeSizes[] = {1000, 10000, 100000};
@@ -64,8 +65,8 @@ long peakMemory() {
 }
 
 // `prepare` makes, and `clear` takes away, what an action needs and leaves; neither is measured.
-void pair(const std::string& what, const Action& ours, const Action& peers, const Action& prepare,
-          const Action& clear) {
+void pair(const std::string& what, const Work& ours, const Work& peers, const Work& prepare,
+          const Work& clear) {
   std::vector<double> our;
   std::vector<double> their;
   for (int round = 0; round < kRounds; ++round) {

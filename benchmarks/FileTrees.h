@@ -3,19 +3,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <functional>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "platform/FileSystem.h"
 
-// The trees that the benchmarks of the file layer work on, and how they measure.
+// The trees that the benchmarks of the file layer work on.
 namespace benchmark_trees {
-
-using Action = std::function<void()>;
 
 inline void check(bool ok, const std::string& what) {
   if (!ok) throw std::runtime_error(what);
@@ -60,18 +54,6 @@ inline void makeFiles(const std::string& root, std::size_t count, std::size_t si
 inline void makeBundle(const std::string& root) {
   makeFiles(root, 8000, 10000);
   for (int i = 0; i < 3; ++i) writeLargeFile(root + "/large" + std::to_string(i), 120);
-}
-
-inline double milliseconds(const Action& action) {
-  const auto start = std::chrono::steady_clock::now();
-  action();
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-      .count();
-}
-
-inline double median(std::vector<double> times) {
-  std::sort(times.begin(), times.end());
-  return times[times.size() / 2];
 }
 
 }  // namespace benchmark_trees

@@ -4,15 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "benchmarks/Timing.h"
 #include "tests/support/Polkit.h"
 #include "tests/support/Sandbox.h"
 
@@ -22,24 +20,12 @@
 // Needs root, for the private namespace; what is measured runs as an ordinary user.
 namespace {
 
-using std::chrono::steady_clock;
-using Microseconds = std::chrono::duration<double, std::micro>;
-using Work = std::function<void()>;
+using timing::median;
+using timing::microseconds;
 
 constexpr char kTool[] = "/bin/true";
 constexpr int kRounds = 300;
 constexpr int kStarts = 20;
-
-double measured(const Work& work) {
-  const auto begin = steady_clock::now();
-  work();
-  return Microseconds(steady_clock::now() - begin).count();
-}
-
-double median(std::vector<double> times) {
-  std::nth_element(times.begin(), times.begin() + static_cast<long>(times.size() / 2), times.end());
-  return times[times.size() / 2];
-}
 
 void spawnAndWait(const std::vector<const char*>& words) {
   std::vector<char*> arguments;
@@ -69,10 +55,10 @@ bool measureRuns(QVAuthorization& session) {
   std::vector<double> bare;
   std::vector<double> fresh;
   for (int round = 0; round < kRounds; ++round) {
-    live.push_back(measured([&] { check(session.authExecTask(kTool, {}, false) == 0); }));
-    bare.push_back(measured([] { spawnAndWait({kTool}); }));
+    live.push_back(microseconds([&] { check(session.authExecTask(kTool, {}, false) == 0); }));
+    bare.push_back(microseconds([] { spawnAndWait({kTool}); }));
     if (round % 5 == 0) {
-      fresh.push_back(measured([] { spawnAndWait({"/usr/bin/pkexec", kTool}); }));
+      fresh.push_back(microseconds([] { spawnAndWait({"/usr/bin/pkexec", kTool}); }));
     }
   }
   std::printf("a run of %s: live session %.0f us, bare spawn %.0f us, fresh pkexec %.0f us\n",
@@ -86,8 +72,8 @@ bool measureLife(QVAuthorization& session) {
   std::vector<double> starts;
   std::vector<double> ends;
   for (int round = 0; round < kStarts; ++round) {
-    ends.push_back(measured([&] { session.authEnd(); }));
-    starts.push_back(measured([&] {
+    ends.push_back(microseconds([&] { session.authEnd(); }));
+    starts.push_back(microseconds([&] {
       check(session.authStartWithUser(test::Polkit::kAdministrator, test::Polkit::kPassword));
     }));
   }

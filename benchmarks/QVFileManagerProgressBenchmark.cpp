@@ -15,6 +15,7 @@
 #include "Shared/QVFileManager.h"
 #include "Shared/QVFileOperationDelegate.h"
 #include "benchmarks/FileTrees.h"
+#include "benchmarks/Timing.h"
 #include "platform/FileSystem.h"
 #include "platform/MainThread.h"
 
@@ -22,8 +23,8 @@ namespace {
 
 namespace fs = platform::file_system;
 using benchmark_trees::check;
-using benchmark_trees::median;
-using benchmark_trees::milliseconds;
+using timing::median;
+using timing::milliseconds;
 
 void copyWithProgress(const std::string& source, const std::string& destination) {
   bool ended = false;

@@ -1,10 +1,8 @@
 #include <gio/gio.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <future>
 #include <memory>
 #include <string>
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "Shared/QVTaskEx.h"
+#include "benchmarks/Timing.h"
 
 // How fast a program's output reaches a delegate on a thread of its own, beside GLib's subprocess
 // whose stream is read on a thread: until the first chunk is there, and by volume. In one run and
@@ -20,6 +19,7 @@ namespace {
 
 using std::chrono::steady_clock;
 using Microseconds = std::chrono::duration<double, std::micro>;
+using timing::median;
 using Words = std::vector<std::string>;
 
 const Words word = {"/bin/echo", "first"};
@@ -78,11 +78,6 @@ Times peers(const Words& words) {
   const Times times = reader->times();
   thread.join();
   return times;
-}
-
-double median(std::vector<double> values) {
-  std::ranges::sort(values);
-  return values[values.size() / 2];
 }
 
 // Answers whether ours took less time.

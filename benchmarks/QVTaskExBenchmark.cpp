@@ -5,22 +5,21 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "Shared/QVTaskEx.h"
+#include "benchmarks/Timing.h"
 
 // What running a program and capturing its output cost beside the bare system calls, in one run and
 // taking turns. A child that costs more in a large process would show in the second line.
 namespace {
 
-using std::chrono::steady_clock;
-using Microseconds = std::chrono::duration<double, std::micro>;
-using Work = std::function<void()>;
+using timing::median;
+using timing::microseconds;
+using timing::Work;
 
 constexpr double kLimit = 1.15;
 
@@ -89,25 +88,14 @@ void capture() {
   task->waitUntilExit();
 }
 
-double measured(const Work& work) {
-  const auto begin = steady_clock::now();
-  work();
-  return Microseconds(steady_clock::now() - begin).count();
-}
-
-double median(std::vector<double> times) {
-  std::nth_element(times.begin(), times.begin() + static_cast<long>(times.size() / 2), times.end());
-  return times[times.size() / 2];
-}
-
 // Each round does both, and every other round in the other order.
 bool compare(const char* what, int rounds, const Work& ours, const Work& bare) {
   std::vector<double> oursTimes;
   std::vector<double> bareTimes;
   for (int round = 0; round < rounds; ++round) {
-    if (round % 2 == 0) bareTimes.push_back(measured(bare));
-    oursTimes.push_back(measured(ours));
-    if (round % 2 == 1) bareTimes.push_back(measured(bare));
+    if (round % 2 == 0) bareTimes.push_back(microseconds(bare));
+    oursTimes.push_back(microseconds(ours));
+    if (round % 2 == 1) bareTimes.push_back(microseconds(bare));
   }
   const double ratio = median(oursTimes) / median(bareTimes);
   std::printf("%-44s %10.0f us, bare %10.0f us, ratio %.3f (at most %.2f)%s\n", what,

@@ -17,6 +17,7 @@
 #include "platform/DetachedThread.h"
 #include "platform/ProcessInfo.h"
 #include "platform/linux/processes/QuietThread.h"
+#include "tests/support/ExhaustStack.h"
 #include "tests/support/Sandbox.h"
 
 namespace {
@@ -58,15 +59,6 @@ int signalOfAbortAfterInstalling(const std::string& folder) {
   return signalOf([&] {
     if (crash_log::installWriter(folder)) std::abort();
   });
-}
-
-int exhaustStack(int depth);
-int (*volatile next)(int depth) = exhaustStack;
-
-int exhaustStack(int depth) {
-  volatile char frame[512] = {};
-  frame[0] = static_cast<char>(depth);
-  return next(depth + 1) + frame[0];
 }
 
 class CrashLogTest : public testing::Test {
@@ -117,7 +109,7 @@ TEST_F(CrashLogTest, ADetachedThreadThatExhaustsItsStackLeavesALog) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer handles SIGSEGV itself";
   EXPECT_EQ(signalOf([&] {
               crash_log::installWriter(folder);
-              platform::detachThread([] { exhaustStack(0); });
+              platform::detachThread([] { test::exhaustStack(); });
               for (;;) ::pause();
             }),
             SIGSEGV);
@@ -128,7 +120,7 @@ TEST_F(CrashLogTest, AQuietThreadThatExhaustsItsStackLeavesALog) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer handles SIGSEGV itself";
   EXPECT_EQ(signalOf([&] {
               crash_log::installWriter(folder);
-              platform::startQuietThread([] { exhaustStack(0); }).join();
+              platform::startQuietThread([] { test::exhaustStack(); }).join();
             }),
             SIGSEGV);
   EXPECT_EQ(namesIn(folder).size(), 1U);

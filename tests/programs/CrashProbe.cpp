@@ -23,6 +23,7 @@
 
 #include "platform/linux/crash/AlternateStack.h"
 #include "platform/linux/crash/CrashWriter.h"
+#include "tests/support/ExhaustStack.h"
 
 // Crashes in the way that its second argument names; the crash log is written into the folder that
 // is its first. Without a sanitizer in every build.
@@ -34,16 +35,6 @@ volatile int* const volatile nowhere = nullptr;
 
 [[gnu::noinline]] void crashHere() {
   *nowhere = 1;
-}
-
-int exhaustStack(int depth);
-// By way of this, so that the compiler does not see that it never ends.
-int (*volatile next)(int depth) = exhaustStack;
-
-int exhaustStack(int depth) {
-  volatile char frame[512] = {};
-  frame[0] = static_cast<char>(depth);
-  return next(depth + 1) + frame[0];
 }
 
 void inThread(const std::function<void()>& work) {
@@ -157,9 +148,9 @@ void waitForSignal() {
 
 const std::map<std::string, std::function<void()>> kWays = {
     {"null", crashHere},
-    {"stack", [] { exhaustStack(0); }},
+    {"stack", [] { test::exhaustStack(); }},
     {"thread", [] { inThread(crashHere); }},
-    {"thread-stack", [] { inThread([] { exhaustStack(0); }); }},
+    {"thread-stack", [] { inThread([] { test::exhaustStack(); }); }},
     {"two", crashTwice},
     {"allocator", crashInAllocator},
     {"loader", crashInLoader},
