@@ -63,6 +63,14 @@ class Actions {
   posix_spawn_file_actions_t value_{};
 };
 
+// Ends a tool that has no descriptor, and answers why it has none.
+int giveUp(pid_t pid) {
+  const int error = errno;
+  ::kill(pid, SIGKILL);
+  ::waitpid(pid, nullptr, 0);
+  return error;
+}
+
 }  // namespace
 
 int spawn(const Tool& tool, const std::vector<std::string>& words, const FileDescriptor& output,
@@ -77,13 +85,17 @@ int spawn(const Tool& tool, const std::vector<std::string>& words, const FileDes
   const std::string file = "/proc/self/fd/" + std::to_string(number);
   const Attributes attributes;
   const Actions actions(tool, output);
+  // A tool that could not be waited for is not even started: the place for its descriptor is kept.
+  FileDescriptor place(::fcntl(tool.file.get(), F_DUPFD_CLOEXEC, 0));
+  if (!place) return errno;
   pid_t pid = 0;
   const int status = ::posix_spawn(&pid, file.c_str(), actions.get(), attributes.get(),
                                    arguments.data(), environment().data());
   if (status != 0) return status;
+  place = FileDescriptor();
   // Nobody else waits for it, so the number cannot have been given to another process.
   process = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-  return process ? 0 : errno;
+  return process ? 0 : giveUp(pid);
 }
 
 TermStatus collect(const FileDescriptor& process) {
