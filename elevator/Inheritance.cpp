@@ -1,6 +1,7 @@
 #include "elevator/Inheritance.h"
 
 #include <fcntl.h>
+#include <linux/ioprio.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/personality.h>
@@ -8,6 +9,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -69,12 +71,14 @@ void resetSignals() {
     ::signal(number, SIG_IGN);
     ::signal(number, SIG_DFL);
   }
-  // A report whose reader has gone.
-  ::signal(SIGPIPE, SIG_IGN);
+  // A report whose reader has gone; and what a terminal sends, which asks for no rights: who leads
+  // a process group cannot leave the terminal's session.
+  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTSTP}) ::signal(number, SIG_IGN);
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
   ::prctl(PR_SET_PDEATHSIG, 0);
+  ::prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 void resetTimers() {
@@ -107,6 +111,7 @@ void resetPriorities() {
   const sched_param ordinary{};
   ::sched_setscheduler(0, SCHED_OTHER, &ordinary);
   ::setpriority(PRIO_PROCESS, 0, 0);
+  ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_NONE, 0));
   cpu_set_t all;
   std::memset(&all, 0xff, sizeof all);
   ::sched_setaffinity(0, sizeof all, &all);

@@ -16,7 +16,7 @@ FileDescriptor takeChannel(const char*& why);
 
 // Resets what survives execve(2) and is not the parent's to choose: open descriptors other than
 // `kept`, environment, directory, umask, session and terminal, signals, timers, limits, priorities,
-// the signal at the parent's death.
+// the signal at the parent's death, and being given the orphans of others.
 void shedInheritance(const FileDescriptor& kept);
 
 }  // namespace elevator

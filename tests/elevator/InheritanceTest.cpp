@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/ioprio.h>
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -124,6 +126,52 @@ TEST_F(InheritanceTest, ItRefusesAChannelThatItsParentDidNotMake) {
   EXPECT_EQ(exitStatusOf(between), 1);
 }
 
+// The pseudo terminal of a person, both of its ends.
+struct Terminal {
+  Terminal() : master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+    EXPECT_EQ(::grantpt(master.get()), 0);
+    EXPECT_EQ(::unlockpt(master.get()), 0);
+    path = ::ptsname(master.get());
+    slave = FileDescriptor(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  }
+
+  // Returns when the terminal has seen the key, and so has sent its signal.
+  void press(char key, const std::string& echo) {
+    EXPECT_EQ(::write(master.get(), &key, 1), 1);
+    EXPECT_TRUE(test::waitFor([&] {
+      std::array<char, 64> buffer{};
+      const ssize_t size = ::read(master.get(), buffer.data(), buffer.size());
+      if (size > 0) shown.append(buffer.data(), static_cast<std::size_t>(size));
+      return shown.find(echo) != std::string::npos;
+    })) << echo;
+  }
+
+  FileDescriptor master;
+  FileDescriptor slave;
+  std::string path;
+  std::string shown;
+};
+
+TEST_F(InheritanceTest, ATerminalThatItCannotLeaveEndsAndStopsItNot) {
+  elevator::ChannelPair pair = elevator::makeChannel();
+  Terminal terminal;
+  const pid_t child = startElevator(pair.other.get(), [&] {
+    ::setsid();
+    ::close(::open(terminal.path.c_str(), O_RDWR | O_CLOEXEC));
+  });
+  pair.other = FileDescriptor();
+  ElevatorChannel channel(std::move(pair.one));
+  ASSERT_EQ(channel.ask(Kind::hello, {}, 0).status, 0);
+  terminal.press('\3', "^C");
+  terminal.press('\34', "^\\");
+  terminal.press('\32', "^Z");
+  EXPECT_EQ(channel.ask(Kind::hello, {}, 0).status, 0);
+  terminal.master = FileDescriptor();
+  EXPECT_EQ(channel.ask(Kind::hello, {}, 0).status, 0);
+  channel.close();
+  EXPECT_EQ(exitStatusOf(child), 0);
+}
+
 // --- What it gets rid of ---
 
 void makeAMess() {
@@ -145,8 +193,10 @@ void makeAMess() {
   CPU_ZERO(&first);
   CPU_SET(0, &first);
   ::sched_setaffinity(0, sizeof first, &first);
+  ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0));
   std::ofstream("/proc/self/oom_score_adj") << "500";
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   // A stray descriptor, an alarm that would end the process, and a terminal's worth of ends.
   ::dup2(::open("/etc/passwd", O_RDONLY), 77);
   const itimerval soon{{0, 0}, {0, 300000}};
@@ -197,6 +247,19 @@ TEST_F(AfterAMessTest, AToolFindsAWorldOfItsOwn) {
   EXPECT_EQ(say("nproc"), std::to_string(::sysconf(_SC_NPROCESSORS_ONLN)) + "\n");
 }
 
+TEST_F(AfterAMessTest, AToolReadsAndWritesNoLaterThanOthers) {
+  EXPECT_THAT(say("ionice"), testing::Not(HasSubstr("idle")));
+}
+
+TEST_F(AfterAMessTest, WhatAToolLeavesBehindIsNotTheElevators) {
+  const std::string orphan =
+      "parent() { cut -d\" \" -f4 /proc/$$/stat; }; "
+      "while [ $(parent) = $MOTHER ]; do sleep 0.01; done; parent";
+  const std::string newParent = say("export MOTHER=$$; sh -c '" + orphan + "' &");
+  EXPECT_NE(newParent, "");
+  EXPECT_NE(newParent, std::to_string(child_) + "\n");
+}
+
 TEST_F(AfterAMessTest, AToolHasNoSignalBlockedOrIgnored) {
   EXPECT_EQ(say("grep ^SigBlk /proc/self/status"), "SigBlk:\t0000000000000000\n");
   // Two signals are the C library's own, which ignores them when it starts a program.
@@ -218,8 +281,8 @@ TEST_F(AfterAMessTest, AToolHasASessionOfItsOwn) {
 TEST_F(AfterAMessTest, TheElevatorHasOnlyItsChannelAndNoAlarmEndsIt) {
   const std::string fds = "/proc/" + std::to_string(child_) + "/fd";
   ASSERT_EQ(channel_->ask(Kind::hello, {}, 0).status, 0);
-  EXPECT_EQ(say("ls " + fds + " | wc -l"), "6\n")
-      << "its ends, the channel, this tool and its report";
+  EXPECT_EQ(say("ls " + fds + " | wc -l"), "7\n")
+      << "its ends, the channel and its user, this tool and its report";
   EXPECT_THAT(say("ls -l " + fds), testing::Not(HasSubstr("passwd")));
   // While it starts a tool it has them blocked for a moment.
   EXPECT_TRUE(test::waitFor([this] {
