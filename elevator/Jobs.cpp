@@ -3,6 +3,7 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <iterator>
 
@@ -93,7 +94,9 @@ void Jobs::startWhatMay() {
   }
 }
 
-void Jobs::observe(const std::string& path, FileDescriptor report) {
+int Jobs::observe(const std::string& path, FileDescriptor report) {
+  std::erase_if(observers_, [](const auto& each) { return each.expired(); });
+  if (observers_.size() >= kMostObservers) return EAGAIN;
   const auto paths = namedPaths({path});
   const auto last = std::find_if(ended_.rbegin(), ended_.rend(),
                                  [&](const Ended& each) { return overlap(each.paths, paths); });
@@ -102,6 +105,8 @@ void Jobs::observe(const std::string& path, FileDescriptor report) {
   for (Job& job : jobs_) {
     if (overlap(job.paths, paths)) job.observers.push_back(observer);
   }
+  observers_.push_back(observer);
+  return 0;
 }
 
 std::vector<int> Jobs::running() const {
@@ -116,7 +121,9 @@ std::vector<int> Jobs::reports() const {
   std::vector<int> pipes;
   for (const Job& job : jobs_) {
     if (job.report) pipes.push_back(job.report.get());
-    for (const auto& observer : job.observers) pipes.push_back(observer->pipe());
+  }
+  for (const auto& each : observers_) {
+    if (const auto observer = each.lock()) pipes.push_back(observer->pipe());
   }
   return pipes;
 }

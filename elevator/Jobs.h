@@ -43,6 +43,7 @@ class Jobs {
   static constexpr std::size_t kMostWaitingBytes = 32U << 20;
   // How many that have ended are remembered for observers who come later.
   static constexpr std::size_t kMostRemembered = 64;
+  static constexpr std::size_t kMostObservers = 1024;
 
   bool hasRoomFor(const Job& job) const;
   // Takes a job and starts it now if it may start; answers 0 or why it could not be started.
@@ -51,12 +52,13 @@ class Jobs {
   void finish(int process);
   // Reports on `report` how the last of the jobs of now that name an overlapping path ended, once
   // they all have. Those whose end is reported to their asker are waited for but do not count.
-  void observe(const std::string& path, FileDescriptor report);
+  // Answers 0, or EAGAIN when too many wait already.
+  int observe(const std::string& path, FileDescriptor report);
 
   bool hasWaiting() const { return running_ < jobs_.size(); }
   // The process descriptors of the jobs that run.
   std::vector<int> running() const;
-  // The pipes' ends that somebody may still be reading to learn of an end.
+  // The pipes' ends that somebody may still be reading to learn of an end, each once.
   std::vector<int> reports() const;
 
  private:
@@ -75,6 +77,8 @@ class Jobs {
 
   std::list<Job> jobs_;
   std::deque<Ended> ended_;
+  // The jobs own them, many jobs the same one.
+  std::vector<std::weak_ptr<Observer>> observers_;
   std::size_t running_ = 0;
   std::size_t waitingBytes_ = 0;
 };

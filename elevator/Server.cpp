@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -27,6 +28,14 @@ PipeEnds makePipe() {
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
+// What is readable once that process has ended, which it may have already; empty when the system
+// has no more descriptors.
+FileDescriptor openProcess(pid_t id) {
+  FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, id, 0)));
+  if (process || errno != ESRCH) return process;
+  return makePipe().reading;
+}
+
 bool hasReader(int pipe) {
   pollfd entry{pipe, 0, 0};
   return ::poll(&entry, 1, 0) == 0;
@@ -35,7 +44,7 @@ bool hasReader(int pipe) {
 }  // namespace
 
 Server::Server(FileDescriptor firstChannel) {
-  channels_.push_back({std::move(firstChannel), 0});
+  channels_.push_back({std::move(firstChannel), 0, {}});
 }
 
 void Server::run() {
@@ -49,7 +58,11 @@ bool Server::hasReasonToStay() const {
 
 void Server::waitForSomething() {
   std::vector<pollfd> entries;
-  for (const Channel& channel : channels_) entries.push_back({channel.socket.get(), POLLIN, 0});
+  for (const Channel& channel : channels_) {
+    entries.push_back({channel.socket.get(), POLLIN, 0});
+    entries.push_back({channel.peerProcess.get(), POLLIN, 0});
+  }
+  const std::size_t channelEntries = entries.size();
   for (const int process : jobs_.running()) entries.push_back({process, POLLIN, 0});
   const std::size_t served = entries.size();
   // That the last reader of a report has gone matters only when nothing else is left to stay for.
@@ -58,13 +71,15 @@ void Server::waitForSomething() {
   }
   if (::poll(entries.data(), entries.size(), -1) < 0) return;
 
-  const std::size_t channelCount = channels_.size();
-  for (std::size_t i = channelCount; i < served; ++i) {
+  for (std::size_t i = channelEntries; i < served; ++i) {
     if (entries[i].revents != 0) jobs_.finish(entries[i].fd);
   }
   // Backwards, so that what is removed or added moves none that is still to be looked at.
-  for (std::size_t i = channelCount; i-- > 0;) {
-    if (entries[i].revents == 0 || serve(channels_[i])) continue;
+  for (std::size_t i = channels_.size(); i-- > 0;) {
+    const bool hasPacket = entries[2 * i].revents != 0;
+    const bool orphaned = entries[2 * i + 1].revents != 0;
+    // What the peer said before its end still counts.
+    if (hasPacket ? serve(channels_[i]) : !orphaned) continue;
     channels_.erase(channels_.begin() + static_cast<std::ptrdiff_t>(i));
   }
 }
@@ -73,14 +88,24 @@ bool Server::serve(Channel& channel) {
   const Packet packet = receive(channel.socket.get(), 0);
   if (packet.state == Packet::State::none) return true;
   if (packet.state == Packet::State::broken) return false;
-  if (channel.peer == 0) channel.peer = packet.senderPid;
+  const bool admitted = admit(channel, packet.senderPid);
   const auto request = parseRequest(packet.bytes);
-  if (!request || packet.senderPid != channel.peer) {
+  if (!request || !admitted) {
     syslog(LOG_WARNING, "closes the channel of process %d after a packet from process %d",
            channel.peer, packet.senderPid);
     return false;
   }
   return reply(channel, *request);
+}
+
+// The number alone would not do: another process may get it when the peer has ended.
+// static
+bool Server::admit(Channel& channel, pid_t sender) {
+  if (channel.peer == 0) {
+    channel.peer = sender;
+    channel.peerProcess = openProcess(sender);
+  }
+  return channel.peerProcess && sender == channel.peer;
 }
 
 bool Server::reply(const Channel& channel, const Request& request) {
@@ -138,16 +163,16 @@ Server::Answer Server::openChannel() {
   if (!pair.one) return {errno, {}};
   Answer result;
   result.descriptors.push_back(std::move(pair.other));
-  channels_.push_back({std::move(pair.one), 0});
+  channels_.push_back({std::move(pair.one), 0, {}});
   return result;
 }
 
 Server::Answer Server::observe(const Request& request) {
   PipeEnds pipe = makePipe();
   if (!pipe.reading) return {errno, {}};
-  jobs_.observe(request.words.front(), std::move(pipe.writing));
   Answer result;
-  result.descriptors.push_back(std::move(pipe.reading));
+  result.status = jobs_.observe(request.words.front(), std::move(pipe.writing));
+  if (result.status == 0) result.descriptors.push_back(std::move(pipe.reading));
   return result;
 }
 

@@ -29,6 +29,8 @@ class Server {
     FileDescriptor socket;
     // The one process that may use this channel: the one that used it first.
     pid_t peer = 0;
+    // Readable when that has ended (pidfd_open(2)).
+    FileDescriptor peerProcess;
   };
   // What goes back to the asker; what it holds is closed here once it has been sent.
   struct Answer {
@@ -38,8 +40,9 @@ class Server {
 
   bool hasReasonToStay() const;
   void waitForSomething();
-  // False when the channel is to be closed.
+  // These are false when the channel is to be closed.
   bool serve(Channel& channel);
+  static bool admit(Channel& channel, pid_t sender);
   bool reply(const Channel& channel, const Request& request);
   Answer answer(const Request& request);
   Answer runCommand(const Request& request);

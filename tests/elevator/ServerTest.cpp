@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -311,6 +312,42 @@ TEST_F(ServerTest, ItStaysForObserversAfterEverybodyElseHasGone) {
   EXPECT_TRUE(serverEnds());
 }
 
+TEST_F(ServerTest, ThereIsAnEndToObservers) {
+  const HeldTool held(sandbox_);
+  const std::string path = sandbox_.path("x");
+  const rlimit many{4096, 4096};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &many), 0);
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", path}).status, 0);
+  std::vector<FileDescriptor> reports;
+  ElevatorChannel::Answer answer;
+  while ((answer = channel_.ask(Kind::observe, {path}, 1)).status == 0) {
+    reports.push_back(std::move(answer.descriptors[0]));
+  }
+  EXPECT_EQ(answer.status, EAGAIN);
+  EXPECT_EQ(reports.size(), elevator::Jobs::kMostObservers);
+  held.release();
+  for (const FileDescriptor& report : reports) EXPECT_EQ(reportOn(report), 0);
+  EXPECT_EQ(reportOn(observed(path)), 0) << "and then there is room again";
+}
+
+// Together they are more than the server may have descriptors, which is as many as it may look at.
+TEST_F(ServerTest, ManyObserversOfManyToolsHoldNothingUp) {
+  constexpr std::size_t kMany = 40;
+  const rlimit limit{kMany * 8, kMany * 8};
+  ASSERT_EQ(::prlimit(server_, RLIMIT_NOFILE, &limit, nullptr), 0);
+  const HeldTool held(sandbox_);
+  const std::string path = sandbox_.path("x");
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", path}).status, 0);
+  for (std::size_t i = 0; i < kMany; ++i) EXPECT_EQ(run({"/bin/true", path}).status, 0);
+  std::vector<FileDescriptor> reports;
+  for (std::size_t i = 0; i < kMany; ++i) reports.push_back(observed(path));
+  channel_.close();
+  held.release();
+  EXPECT_TRUE(waitFor([&] { return isReadable(reports.back()); }));
+  reports.clear();
+  EXPECT_TRUE(serverEnds());
+}
+
 TEST_F(ServerTest, OnlyTheLatestEndsAreRemembered) {
   EXPECT_EQ(run({"/bin/false", "/no/such/A.app"}).status, 0);
   for (std::size_t i = 0; i < elevator::Jobs::kMostRemembered; ++i) {
@@ -383,6 +420,43 @@ TEST_F(ServerTest, AnotherProcessOnTheSameChannelLosesItForBoth) {
   EXPECT_TRUE(hasEnded(channel_.socket()));
   EXPECT_TRUE(serverEnds());
   EXPECT_FALSE(fs::exists(sandbox_.path("stolen")));
+}
+
+TEST_F(ServerTest, AChannelGoesWithTheProcessThatUsedItThoughAnotherHoldsItOpen) {
+  auto answer = channel_.ask(Kind::newChannel, {}, 1);
+  ASSERT_EQ(answer.status, 0);
+  const int held = answer.descriptors[0].get();
+  const pid_t user = ::fork();
+  if (user == 0) {
+    const std::string last =
+        *encoded(elevator::Request{Kind::run, 1, {"/bin/mkdir", sandbox_.path("made")}});
+    ::_exit(elevator::send(held, last) ? 0 : 1);
+  }
+  int status = -1;
+  ::waitpid(user, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(waitFor([&] {
+    pollfd entry{held, 0, 0};
+    return ::poll(&entry, 1, 0) == 1 && (entry.revents & POLLHUP) != 0;
+  }));
+  EXPECT_EQ(channel_.ask(Kind::hello, {}, 0).status, 0) << "the others go on";
+}
+
+TEST_F(ServerTest, WhatAProcessAskedForJustBeforeItsEndIsDone) {
+  const std::string made = sandbox_.path("made");
+  ::kill(server_, SIGSTOP);
+  const pid_t user = ::fork();
+  if (user == 0) {
+    const std::string hello = *encoded(elevator::Request{Kind::hello, 1, {}});
+    const std::string last = *encoded(elevator::Request{Kind::run, 2, {"/bin/mkdir", made}});
+    const int channel = channel_.socket();
+    ::_exit(elevator::send(channel, hello) && elevator::send(channel, last) ? 0 : 1);
+  }
+  int status = -1;
+  ::waitpid(user, &status, 0);
+  EXPECT_EQ(status, 0);
+  ::kill(server_, SIGCONT);
+  EXPECT_TRUE(waitFor([&] { return fs::exists(made); }));
 }
 
 // Each is sent on a channel of its own; the server must close that one and serve the first.
