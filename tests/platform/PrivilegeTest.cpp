@@ -201,6 +201,38 @@ TEST_F(PrivilegeTest, APasswordAnswersForOneSessionAlone) {
   });
 }
 
+// A program that is an orphan by now has another parent, for whom nobody gave it a password.
+TEST_F(PrivilegeTest, APasswordAnswersForNobodyButTheProcessThatHandedItOver) {
+  const Polkit polkit(sandbox_);
+  asUser([] {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+    const fs::path program = fs::read_symlink("/proc/self/exe").replace_filename("authenticator");
+    const pid_t otherParent = ::fork();
+    if (otherParent == 0) {
+      ::close(ends[0]);
+      const pid_t authenticator = ::fork();
+      if (authenticator == 0) {
+        ::dup2(ends[1], STDIN_FILENO);
+        ::execl(program.c_str(), program.c_str(), nullptr);
+        ::_exit(127);
+      }
+      ::close(ends[1]);
+      int status = -1;
+      ::waitpid(authenticator, &status, 0);
+      ::_exit(WIFEXITED(status) && WEXITSTATUS(status) == EXIT_FAILURE ? 0 : 1);
+    }
+    ::close(ends[1]);
+    const std::string credentials = std::string("bert\0", 5) + Polkit::kPassword + '\0';
+    EXPECT_EQ(::send(ends[0], credentials.data(), credentials.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(credentials.size()));
+    char word = 0;
+    EXPECT_EQ(::recv(ends[0], &word, 1, 0), 0) << "it is not ready to answer";
+    ::close(ends[0]);
+    EXPECT_TRUE(passed(otherParent));
+  });
+}
+
 // --- The dialog ---
 
 TEST_F(PrivilegeTest, ThePersonIsAskedOnceForTheLifeOfTheSession) {

@@ -8,12 +8,12 @@ namespace {
 
 constexpr std::size_t kLongest = 512;
 
-bool readText(std::string& text) {
+bool readText(int descriptor, std::string& text) {
   // So that no copy stays behind when the text grows.
   text.reserve(kLongest);
   while (text.size() < kLongest) {
     char next = 0;
-    if (::read(STDIN_FILENO, &next, 1) != 1) return false;
+    if (::read(descriptor, &next, 1) != 1) return false;
     if (next == '\0') return true;
     text.push_back(next);
   }
@@ -26,8 +26,8 @@ Credentials::~Credentials() {
   ::explicit_bzero(password.data(), password.size());
 }
 
-bool Credentials::read() {
-  return readText(userName) && readText(password);
+bool Credentials::read(int descriptor) {
+  return readText(descriptor, userName) && readText(descriptor, password);
 }
 
 }  // namespace authenticator

@@ -14,9 +14,9 @@ struct Credentials {
   Credentials(const Credentials&) = delete;
   Credentials& operator=(const Credentials&) = delete;
 
-  // Reads both from standard input, each with a zero byte behind it; false when they do not come or
-  // are too long.
-  bool read();
+  // Reads both, each with a zero byte behind it, and nothing further; blocks until they have come.
+  // False when the end comes first or one is longer than 511 bytes.
+  bool read(int descriptor);
 };
 
 }  // namespace authenticator

@@ -8,12 +8,21 @@
 #include "platform/linux/authenticator/Agent.h"
 #include "platform/linux/authenticator/Credentials.h"
 
-// Usage: authenticator, with a connected stream socket as standard input.
+// Usage: authenticator, with a stream socket as standard input whose other end its parent made.
 //
 // Reads a name and a password from it, registers as the authentication agent of its parent process
 // alone, says so with one byte, and stays until the other end of the socket is closed.
 
 namespace {
+
+// Whether the other end of standard input was made by this program's parent, who may be another by
+// now: it must not be answered for whoever takes in the orphans of the one who asked.
+bool isParentsSocket() {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  return ::getsockopt(STDIN_FILENO, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+         peer.pid == ::getppid();
+}
 
 // What is to be given back at the end; null when the authority does not take the agent.
 gpointer registerAgent(PolkitAgentListener* agent) {
@@ -36,7 +45,7 @@ int main() {
   // Other processes of the same user must not read the password here.
   ::prctl(PR_SET_DUMPABLE, 0);
   authenticator::Credentials credentials;
-  if (!credentials.read()) return EXIT_FAILURE;
+  if (!credentials.read(STDIN_FILENO) || !isParentsSocket()) return EXIT_FAILURE;
   const gpointer registration = registerAgent(authenticator::makeAgent(credentials));
   if (registration == nullptr) return EXIT_FAILURE;
   if (::send(STDIN_FILENO, "r", 1, MSG_NOSIGNAL) != 1) return EXIT_FAILURE;
