@@ -89,8 +89,15 @@ bool authorityIsOnTheBus() {
   return Polkit::isOnTheBus("org.freedesktop.PolicyKit1");
 }
 
-// What the custodian does: starts the daemons, tells the authority's process id, and ends them when
-// nobody holds the other end of the lifeline any more.
+// -1 when it does not start.
+pid_t startAuthority() {
+  const pid_t authority = start({"/usr/lib/polkit-1/polkitd", "--no-debug"});
+  return waitFor(authorityIsOnTheBus, kStartLimit) ? authority : -1;
+}
+
+// What the custodian does: starts the daemons, tells the authority's process id, starts a missing
+// authority when it gets a byte, and ends them when nobody holds the other end of the lifeline any
+// more.
 [[noreturn]] void keepDaemons(int lifeline, bool withAuthority) {
   // Nothing of the test's stays open here, or who waits for its end would wait for this one's too.
   lifeline = ::dup2(lifeline, 3);
@@ -99,12 +106,13 @@ bool authorityIsOnTheBus() {
       start({"/usr/bin/dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"});
   pid_t authority = 0;
   if (waitFor([] { return fs::exists(kBusSocket); }, kStartLimit) && withAuthority) {
-    authority = start({"/usr/lib/polkit-1/polkitd", "--no-debug"});
-    if (!waitFor(authorityIsOnTheBus, kStartLimit)) authority = -1;
+    authority = startAuthority();
   }
-  [[maybe_unused]] ssize_t moved = ::write(lifeline, &authority, sizeof authority);
-  char nothing = 0;
-  moved = ::read(lifeline, &nothing, 1);
+  char order = 0;
+  while (::write(lifeline, &authority, sizeof authority) == sizeof authority &&
+         ::read(lifeline, &order, 1) == 1) {
+    authority = startAuthority();
+  }
   for (const pid_t daemon : {authority, bus}) {
     if (daemon > 0) ::kill(daemon, SIGKILL);
   }
@@ -142,6 +150,15 @@ Polkit::Polkit(const Sandbox& sandbox, Without without) {
   }
   ::close(ends[1]);
   lifeline_ = ends[0];
+  hearOfAuthority();
+}
+
+void Polkit::installAuthority() {
+  check(::write(lifeline_, "a", 1) == 1, "tell the custodian");
+  hearOfAuthority();
+}
+
+void Polkit::hearOfAuthority() {
   const bool told = ::read(lifeline_, &authority_, sizeof authority_) == sizeof authority_;
   if (told && authority_ >= 0) return;
   endDaemons();

@@ -34,9 +34,12 @@ class Polkit {
   // Stops the authority so that it answers nothing more, and lets it go on.
   void hang() const;
   void goOn() const;
+  // Starts the authority on a machine that was made without one.
+  void installAuthority();
 
  private:
   void installElevator() const;
+  void hearOfAuthority();
   void endDaemons();
 
   // Reaped by a process of its own, which ends them when this one is gone, however it went.
