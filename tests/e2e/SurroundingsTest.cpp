@@ -10,6 +10,7 @@
 #include "tests/support/Polkit.h"
 #include "tests/support/UpdateMachine.h"
 #include "tests/support/WaitFor.h"
+#include "tests/support/WaylandServer.h"
 #include "tests/support/XServer.h"
 
 // Whole updates by the built application where its surroundings fail it: its home, its display,
@@ -72,6 +73,18 @@ TEST_F(SurroundingsTest, AMountOfSomebodyElseStaysWhereItIs) {
 TEST_F(SurroundingsTest, ADisplayThatDiesUnderTheStatusWindowEndsNoUpdate) {
   if (!test::XServer::isAvailable()) GTEST_SKIP() << test::XServer::kNeeds;
   test::XServer display;
+  machine().start(arguments("NO"));
+  ASSERT_TRUE(display.waitForWindow(kWindowTitle));
+  display.kill();
+  EXPECT_EQ(machine().waitForEnd(), 0);
+  EXPECT_THAT(machine().messages(),
+              testing::IsSupersetOf({"File copy successful.", "Terminating self..."}));
+  EXPECT_TRUE(waitFor([&] { return UpdateMachine::versionOf(machine().destination()) == "2.0"; }));
+}
+
+TEST_F(SurroundingsTest, AWaylandCompositorThatDiesUnderTheStatusWindowEndsNoUpdate) {
+  if (!test::WaylandServer::isAvailable()) GTEST_SKIP() << test::WaylandServer::kNeeds;
+  test::WaylandServer display(machine().sandbox());
   machine().start(arguments("NO"));
   ASSERT_TRUE(display.waitForWindow(kWindowTitle));
   display.kill();

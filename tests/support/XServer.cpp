@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tests/support/ToolOutput.h"
 #include "tests/support/WaitFor.h"
 
 namespace test {
@@ -22,9 +23,8 @@ void check(bool ok, const std::string& what) {
   if (!ok) throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Starts a program that is silent and dies with this thread. Its standard output is `output` if
-// there is one; `keep` stays open in it.
-pid_t start(const std::vector<const char*>& command, int output = -1, int keep = -1) {
+// Starts a program that is silent and dies with this thread; `keep` stays open in it.
+pid_t start(const std::vector<const char*>& command, int keep = -1) {
   std::vector<char*> words;
   for (const char* word : command) words.push_back(const_cast<char*>(word));
   words.push_back(nullptr);
@@ -34,31 +34,9 @@ pid_t start(const std::vector<const char*>& command, int output = -1, int keep =
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   const int null = ::open("/dev/null", O_RDWR);
   for (const int end : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null, end);
-  if (output >= 0) ::dup2(output, STDOUT_FILENO);
   if (keep >= 0) ::fcntl(keep, F_SETFD, 0);
   ::execvp(words.front(), words.data());
   ::_exit(127);
-}
-
-std::string readAll(int descriptor) {
-  std::string output;
-  char buffer[65536];
-  for (ssize_t count = 0; (count = ::read(descriptor, buffer, sizeof buffer)) > 0;) {
-    output.append(buffer, static_cast<std::size_t>(count));
-  }
-  return output;
-}
-
-// What a shell command writes to its standard output.
-std::string outputOf(const std::string& command) {
-  int ends[2];
-  check(::pipe2(ends, O_CLOEXEC) == 0, "pipe");
-  const pid_t child = start({"/bin/sh", "-c", command.c_str()}, ends[1]);
-  ::close(ends[1]);
-  std::string output = readAll(ends[0]);
-  ::close(ends[0]);
-  ::waitpid(child, nullptr, 0);
-  return output;
 }
 
 std::string firstLine(int descriptor) {
@@ -73,7 +51,7 @@ std::string firstLine(int descriptor) {
 // static
 bool XServer::isAvailable() {
   for (const char* tool : {"Xvfb", "openbox", "xdotool", "import"}) {
-    if (outputOf(std::string("command -v ") + tool).empty()) return false;
+    if (!hasTool(tool)) return false;
   }
   return true;
 }
@@ -100,7 +78,7 @@ void XServer::startServer() {
   const std::string writeEnd = std::to_string(ends[1]);
   server_ = start({"Xvfb", "-displayfd", writeEnd.c_str(), "-screen", "0", "800x600x24",
                    "-nolisten", "tcp", "-ac", "-noreset"},
-                  -1, ends[1]);
+                  ends[1]);
   ::close(ends[1]);
   const std::string number = firstLine(ends[0]);
   ::close(ends[0]);

@@ -1,8 +1,11 @@
 #include "platform/linux/window/Display.h"
 
 #include <X11/Xlib.h>
+#include <gdk/gdkwayland.h>
 #include <gdk/gdkx.h>
 #include <gtk/gtk.h>
+
+#include "platform/linux/window/Compositor.h"
 
 namespace window::display {
 namespace {
@@ -29,7 +32,7 @@ bool open(void (*leave)()) {
   leaveToolkit = leave;
   // The process keeps its locale: other threads run by now, and every text shown is our own.
   gtk_disable_setlocale();
-  // The death of an X server can be survived; a Wayland compositor's takes the process along.
+  // Only an X server can be told when to bring a window forward.
   gdk_set_allowed_backends("x11,wayland");
   surviveServer();
   if (gtk_init_check(nullptr, nullptr) == FALSE) return false;
@@ -37,6 +40,7 @@ bool open(void (*leave)()) {
   // The toolkit also ends the process when the server refuses a request, unless there is a trap for
   // errors. This one stays open.
   if (GDK_IS_X11_DISPLAY(display)) gdk_x11_display_error_trap_push(display);
+  if (GDK_IS_WAYLAND_DISPLAY(display)) compositor::survive(display, leave);
   return true;
 }
 
