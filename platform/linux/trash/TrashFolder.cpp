@@ -124,6 +124,11 @@ bool makeTrash(const std::string& files) {
          makeClosedFolder(path::appending(trash, kInformation));
 }
 
+bool isMissing(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
 // What the door at `path` leads to, as an absolute path. Makes the door when nothing is there; none
 // when it is no door or cannot be made.
 std::optional<std::string> throughDoor(const std::string& path) {
@@ -131,7 +136,7 @@ std::optional<std::string> throughDoor(const std::string& path) {
   if (const auto target = file_system::symbolicLinkTarget(path)) {
     return target->starts_with('/') ? *target : path::appending(home, *target);
   }
-  if (errno != ENOENT || path::lastComponent(path) != kDoor) return std::nullopt;
+  if (path::lastComponent(path) != kDoor || !isMissing(path)) return std::nullopt;
   const std::string files = path::appending(dataHome(home), "Trash/files");
   if (!makeTrash(files) || ::symlink(files.c_str(), path.c_str()) != 0) return std::nullopt;
   return files;
