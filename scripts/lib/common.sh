@@ -7,6 +7,19 @@ say() { printf '%s\n' "$*"; }
 step() { printf '\n[%3ds] %s\n' "$((SECONDS - started))" "$*"; }
 fail() { printf '\n%s\n' "$*" >&2; exit 1; }
 
+# explain_if_asked WORD...: with --help among the words shows what the head of the script says, and
+# ends it before anything is installed or built.
+explain_if_asked() {
+  local word
+  for word in "$@"; do
+    case "$word" in -h | --help)
+      sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/$(basename "$0")"
+      exit 0 ;;
+    esac
+  done
+}
+explain_if_asked "$@"
+
 # as_root REASON COMMAND...: runs a command as root; an ordinary user is told for what.
 as_root() {
   local reason=$1
