@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -11,6 +10,7 @@
 #include "followup/MountTable.h"
 #include "followup/Unmount.h"
 #include "followup/Verbs.h"
+#include "platform/linux/Allocated.h"
 
 namespace followup {
 namespace {
@@ -48,7 +48,7 @@ std::optional<Order> parsed(const Arguments& arguments) {
 }
 
 std::optional<std::string> realPath(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), std::free);
+  const platform::Allocated<char> real(::realpath(path.c_str(), nullptr));
   if (real == nullptr) return std::nullopt;
   return real.get();
 }

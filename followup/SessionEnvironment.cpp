@@ -7,9 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <memory>
 #include <optional>
 #include <string_view>
+
+#include "platform/linux/Allocated.h"
 
 namespace followup {
 namespace {
@@ -105,12 +106,11 @@ void setBus(Environment& environment, const Person& person,
 
 // The X display of the session on the screen, as the login keeps it.
 std::optional<std::string> recordedDisplay() {
-  const auto release = [](char* text) { std::free(text); };
   char* text = nullptr;
   if (sd_seat_get_active("seat0", &text, nullptr) < 0) return std::nullopt;
-  const std::unique_ptr<char, decltype(release)> session(text, release);
+  const platform::Allocated<char> session(text);
   if (sd_session_get_display(session.get(), &text) < 0) return std::nullopt;
-  const std::unique_ptr<char, decltype(release)> display(text, release);
+  const platform::Allocated<char> display(text);
   return display.get();
 }
 

@@ -3,11 +3,10 @@
 #include <plist/plist.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <string_view>
 
 #include "platform/FileSystem.h"
+#include "platform/linux/Allocated.h"
 #include "platform/linux/texts/PropertyListCheck.h"
 #include "platform/linux/texts/PropertyListNodes.h"
 
@@ -61,7 +60,7 @@ std::string serialized(const PropertyList::Dictionary& dictionary, Format format
   } else {
     plist_to_xml(root.get(), &bytes, &length);
   }
-  const std::unique_ptr<char, void (*)(void*)> owned(bytes, std::free);
+  const Allocated<char> owned(bytes);
   return bytes != nullptr ? std::string(bytes, length) : std::string();
 }
 

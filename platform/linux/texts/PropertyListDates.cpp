@@ -5,9 +5,10 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
+
+#include "platform/linux/Allocated.h"
 
 namespace platform::property_list_nodes {
 namespace {
@@ -68,7 +69,7 @@ PropertyList::Date dateOf(plist_t node) {
   char* bytes = nullptr;
   std::uint32_t length = 0;
   plist_to_bin(node, &bytes, &length);
-  const std::unique_ptr<char, void (*)(void*)> owned(bytes, std::free);
+  const Allocated<char> owned(bytes);
   const std::string_view list(bytes, length);
   if (length < kHead.size() + kNumberSize || !list.starts_with(kHead)) return kEpoch;
   return dateAt(secondsIn(list));

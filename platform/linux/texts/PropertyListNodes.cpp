@@ -1,10 +1,10 @@
 #include "platform/linux/texts/PropertyListNodes.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
 #include "platform/Text.h"
+#include "platform/linux/Allocated.h"
 #include "platform/linux/texts/PropertyListDates.h"
 
 namespace platform::property_list_nodes {
@@ -12,10 +12,6 @@ namespace {
 
 // How XML lists write the type that only archives have, a reference to one of their objects.
 constexpr char kUniqueId[] = "CF$UID";
-
-struct FreeMemory {
-  void operator()(void* memory) const { std::free(memory); }
-};
 
 locale_t cLocale() {
   static locale_t locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
@@ -50,7 +46,7 @@ PropertyList::Array arrayOf(plist_t node) {
   PropertyList::Array array;
   plist_array_iter state = nullptr;
   plist_array_new_iter(node, &state);
-  const std::unique_ptr<void, FreeMemory> iterator(state);
+  const Allocated<void> iterator(state);
   for (;;) {
     plist_t item = nullptr;
     plist_array_next_item(node, state, &item);
@@ -141,12 +137,12 @@ PropertyList::Dictionary dictionaryOf(plist_t node) {
   PropertyList::Dictionary dictionary;
   plist_dict_iter state = nullptr;
   plist_dict_new_iter(node, &state);
-  const std::unique_ptr<void, FreeMemory> iterator(state);
+  const Allocated<void> iterator(state);
   for (;;) {
     char* text = nullptr;
     plist_t value = nullptr;
     plist_dict_next_item(node, state, &text, &value);
-    const std::unique_ptr<char, FreeMemory> key(text);
+    const Allocated<char> key(text);
     if (value == nullptr) return dictionary;
     if (key) dictionary.insert_or_assign(key.get(), valueOf(value));
   }
