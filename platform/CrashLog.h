@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 // What is left behind when this process crashes: a text for the makers with the program, its
 // version, the date, what happened, and the backtrace of the thread that it happened to.
@@ -32,5 +34,9 @@ class ThreadReserve {
   struct Stack;
   std::unique_ptr<Stack> stack_;
 };
+
+// Runs `work` on a new thread that has such a reserve. An exception that it lets through ends the
+// process. Raises std::system_error when no thread can be made.
+std::thread startThread(std::function<void()> work);
 
 }  // namespace platform::crash_log

@@ -94,4 +94,11 @@ ThreadReserve::ThreadReserve() {
 
 ThreadReserve::~ThreadReserve() = default;
 
+std::thread startThread(std::function<void()> work) {
+  return std::thread([work = std::move(work)] {
+    const ThreadReserve reserve;
+    work();
+  });
+}
+
 }  // namespace platform::crash_log

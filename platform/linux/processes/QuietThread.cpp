@@ -17,12 +17,9 @@ sigset_t allButFaults() {
   return set;
 }
 
-std::thread startThread(std::function<void()> work) {
+std::thread threadOrNone(std::function<void()> work) {
   try {
-    return std::thread([work = std::move(work)] {
-      const crash_log::ThreadReserve reserve;
-      work();
-    });
+    return crash_log::startThread(std::move(work));
   } catch (const std::system_error&) {
     return {};
   }
@@ -35,7 +32,7 @@ std::thread startQuietThread(std::function<void()> work) {
   const sigset_t quiet = allButFaults();
   sigset_t before;
   ::pthread_sigmask(SIG_SETMASK, &quiet, &before);
-  std::thread thread = startThread(std::move(work));
+  std::thread thread = threadOrNone(std::move(work));
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return thread;
 }
