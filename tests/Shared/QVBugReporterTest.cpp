@@ -364,6 +364,18 @@ TEST_F(QVBugReporterTest, ANameThatNobodyGaveIsPrintedAsNull) {
   EXPECT_EQ(opened.size(), 2U);
 }
 
+TEST_F(QVBugReporterTest, TheShortestFormWithADelegateTellsItOfACrash) {
+  platform::user_defaults::setObject("launch", kLaunch);
+  const std::string log = makeLog(userLogs + "/CrashReporter", "(null)_1.crash", kLaunch + 1h);
+  std::vector<std::string> told;
+  QVBugReporter::startBugReporterWithDelegate(QVBugReporterDelegate{
+      .applicationDidCrashWithLog = [&](const std::string& path) { told.push_back(path); }});
+  while (main_thread::pumpOneEvent(0s)) {
+  }
+  EXPECT_THAT(told, ElementsAre(log));
+  EXPECT_GT(*platform::user_defaults::object("launch")->get<Date>(), kLaunch);
+}
+
 TEST_F(QVBugReporterTest, ADateInTheArgumentsIsNoRecord) {
   const char* const arguments[] = {"program", "-launch", "2026-11-20"};
   platform::user_defaults::setArguments(3, arguments);

@@ -75,6 +75,17 @@ TEST_F(QVFileManagerCopyTest, WhatIsThereAlreadyIsReplacedWithAdministratorRight
   });
 }
 
+TEST_F(QVFileManagerCopyTest, WhatIsThereAlreadyIsNotUnlocked) {
+  const std::string source = sandbox_.makeFile("a.txt", "new");
+  const std::string destination = sandbox_.makeFile("b.txt", "old");
+  const test::ImmutableFlag flag(destination);
+  if (!flag.isSet()) GTEST_SKIP() << "needs a file system with locks";
+  asSuperuser([&] {
+    EXPECT_FALSE(QVFileManager::copyFile(source, destination, false));
+    EXPECT_TRUE(QVFileManager::isFileLocked(destination));
+  });
+}
+
 TEST_F(QVFileManagerCopyTest, WhereTheUserMayNotWriteItIsCopiedWithAdministratorRights) {
   const std::string source = sandbox_.makeFile("a.txt", "a");
   const std::string destination = protected_ + "/a.txt";

@@ -11,6 +11,7 @@
 #include "Shared/QVFileManager.h"
 #include "tests/support/ConsoleOf.h"
 #include "tests/support/FileChangesFixture.h"
+#include "tests/support/WaitFor.h"
 
 namespace {
 
@@ -160,6 +161,22 @@ TEST_F(QVFileManagerDirectoriesTest, AStructureThatCannotBeMadeIsAnsweredAllTheS
   asUser(Rights::impossible, [this] {
     EXPECT_EQ(QVFileManager::createDirectoryStructure("/usr", protected_), protected_ + "/usr");
     EXPECT_FALSE(fs::exists(protected_ + "/usr"));
+  });
+}
+
+TEST_F(QVFileManagerDirectoriesTest, AStructureIsMadeWithAdministratorRightsToo) {
+  asUser(Rights::granted, [this] {
+    EXPECT_EQ(QVFileManager::createDirectoryStructure("/usr", protected_), protected_ + "/usr");
+    EXPECT_TRUE(test::waitFor([this] { return fs::is_directory(protected_ + "/usr"); }));
+  });
+}
+
+TEST_F(QVFileManagerDirectoriesTest, WhatIsInTheStructuresPlaceIsLeftAloneInSilence) {
+  const std::string taken = sandbox_.makeFile("to/usr", "kept");
+  asUser(Rights::granted, [&] {
+    EXPECT_EQ(QVFileManager::createDirectoryStructure("/usr", sandbox_.path("to")), taken);
+    EXPECT_EQ(test::readFile(taken), "kept");
+    EXPECT_THAT(logged(), IsEmpty());
   });
 }
 

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -207,6 +208,21 @@ TEST_F(QVFileManagerMoveTest, AChangeOfLetterCaseIsNotWaitedFor) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(10));
     EXPECT_THAT(namesIn(inHome("f")), ElementsAre("\u00e4.txt"));
     EXPECT_EQ(readFile(inHome("f/\u00e4.txt")), "a");
+  });
+}
+
+TEST_F(QVFileManagerMoveTest, AfterAChangeOfLetterCaseThereIsAPauseOfHalfAMillisecond) {
+  asUser(Rights::impossible, [this] {
+    makeFileInHome("f/a");
+    std::chrono::steady_clock::duration shortest = seconds(60);
+    for (int i = 0; i < 10; ++i) {
+      const auto start = std::chrono::steady_clock::now();
+      EXPECT_TRUE(QVFileManager::moveFile(inHome("f/a"), inHome("f/A"), seconds(60)));
+      shortest = std::min(shortest, std::chrono::steady_clock::now() - start);
+      EXPECT_TRUE(QVFileManager::moveFile(inHome("f/A"), inHome("f/a"), false));
+    }
+    EXPECT_GE(shortest, std::chrono::microseconds(500));
+    EXPECT_LT(shortest, std::chrono::milliseconds(50));
   });
 }
 

@@ -11,6 +11,8 @@
 #include "tests/support/BesideMainLoop.h"
 #include "tests/support/ConsoleOf.h"
 #include "tests/support/FileOperationFixture.h"
+#include "tests/support/HeldTool.h"
+#include "tests/support/Polkit.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/SlowFiles.h"
 #include "tests/support/ThreadLimit.h"
@@ -147,6 +149,20 @@ TEST_F(QVFileManagerProgressTest, TheFormsWithTheOperationArePreferred) {
   EXPECT_EQ(progress, 1);
 }
 
+TEST_F(QVFileManagerProgressTest, TheEndIsToldWhenTheOperationIsNoLongerScheduled) {
+  makeFiles(1);
+  delegate_->fileOperationFinishedWithOperation = [&](const Status& status,
+                                                      const Operation& operation) {
+    EXPECT_FALSE(operation->unschedule().ok());
+    ended(status);
+  };
+  EXPECT_EQ(consoleOf([this] {
+              EXPECT_TRUE(start());
+              EXPECT_TRUE(serveUntilItsEnd());
+            }),
+            "");
+}
+
 TEST_F(QVFileManagerProgressTest, WhatTheDelegateAnswersIsLookedUpForEachMessage) {
   if (!test::SlowFiles::canBeMade()) GTEST_SKIP() << test::SlowFiles::kNeeds;
   makeFiles(100);
@@ -234,6 +250,25 @@ TEST_F(QVFileManagerProgressTest, AMissingFolderIsMadeFirst) {
   EXPECT_TRUE(QVFileManager::isDirectoryAtPath(folder));
   EXPECT_TRUE(serveUntilItsEnd());
   EXPECT_TRUE(QVFileManager::isDirectoryAtPath(folder + "/copy"));
+}
+
+TEST_F(QVFileManagerProgressTest, AFolderThatTakesAdministratorRightsIsWaitedFor) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  ASSERT_EQ(::chmod(to().c_str(), 0755), 0);
+  const test::Polkit polkit(sandbox_);
+  const test::HeldTool held(sandbox_);
+  const std::string folder = to() + "/new";
+  const pid_t child = test::startAs(sandbox_, Sandbox::kConsoleUser, [&] {
+    QVAuthorization& session = QVAuthorization::sharedController();
+    EXPECT_TRUE(session.authStartWithUser(test::Polkit::kAdministrator, test::Polkit::kPassword));
+    // Tools on one path run one after the other.
+    EXPECT_EQ(session.authExecTask("/bin/sh", {"-c", held.script(), folder}), 0);
+    EXPECT_TRUE(QVFileManager::copyFileWithProgress(tree(), folder + "/copy", nullptr, {}));
+  });
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  held.release();
+  EXPECT_TRUE(test::passed(child));
+  EXPECT_TRUE(QVFileManager::isDirectoryAtPath(folder));
 }
 
 TEST_F(QVFileManagerProgressTest, AFolderThatCannotBeMadeIsNamed) {

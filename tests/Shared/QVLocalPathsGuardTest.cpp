@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "Shared/QVLocalPaths.h"
 #include "tests/support/Sandbox.h"
 
@@ -51,6 +53,13 @@ TEST_F(QVLocalPathsGuardTest, WhatIsShorterThanThreeCharactersIsNot) {
     EXPECT_FALSE(isProtected(path)) << path;
     EXPECT_FALSE(isProtectedExactly(path)) << path;
   }
+}
+
+TEST_F(QVLocalPathsGuardTest, AHomeOfThreeCharactersIs) {
+  beOrdinary();
+  ::setenv("HOME", "/me", 1);
+  EXPECT_TRUE(isProtected("/me"));
+  EXPECT_TRUE(isProtectedExactly("/me"));
 }
 
 TEST_F(QVLocalPathsGuardTest, TheUsersFoldersAreProtected) {

@@ -19,10 +19,12 @@ using std::chrono::milliseconds;
 using test::CallbackHost;
 using test::Sandbox;
 using test::SessionBus;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+using testing::StrEq;
 
 constexpr char kFirst[] = "QVProClientCallback";
 constexpr char kSecond[] = "QVVELMClientCallback";
@@ -177,9 +179,14 @@ TEST_F(QVTaskNotificationTest, AHostOfOnlyPostErrorReceivesTheErrorWithoutTheNam
 
 TEST_F(QVTaskNotificationTest, ThePauseIsMadeWheneverAHostWasFound) {
   CallbackHost host({"--name", kFirst, "--answers", "incrementRemoteProgress"});
-  EXPECT_GE(timeOf(QVTaskNotification::postIncrementProgress), kPause);
-  EXPECT_GE(timeOf(QVTaskNotification::postTaskFinished), kPause);
-  EXPECT_THAT(host.waitForMessages(1), ElementsAre("incrementRemoteProgress"));
+  for (const auto post :
+       {QVTaskNotification::postIncrementProgress, QVTaskNotification::postTaskFinished}) {
+    std::chrono::nanoseconds shortest = std::chrono::hours(1);
+    for (int i = 0; i < 10; ++i) shortest = std::min(shortest, timeOf(post));
+    EXPECT_GE(shortest, kPause);
+    EXPECT_LT(shortest, 3 * kPause);
+  }
+  EXPECT_THAT(host.waitForMessages(10), Each(StrEq("incrementRemoteProgress")));
 }
 
 TEST_F(QVTaskNotificationTest, ASquatterThatDescribesNothingReceivesNothing) {

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 #include "tests/support/Sandbox.h"
 
@@ -34,6 +35,17 @@ class DirectoriesTest : public testing::Test {
   }
   Sandbox sandbox;
 };
+
+TEST(DirectoriesNumbersTest, KindsAndDomainsHaveThePlatformsNumbers) {
+  const std::pair<Kind, unsigned> kinds[] = {
+      {Kind::application, 1},   {Kind::adminApplication, 4},    {Kind::library, 5},
+      {Kind::documentation, 8}, {Kind::documents, 9},           {Kind::desktop, 12},
+      {Kind::caches, 13},       {Kind::applicationSupport, 14}, {Kind::movies, 17}};
+  for (const auto& [kind, number] : kinds) EXPECT_EQ(static_cast<unsigned>(kind), number);
+  EXPECT_EQ(static_cast<unsigned>(DomainMask::user), 1U);
+  EXPECT_EQ(static_cast<unsigned>(DomainMask::local), 2U);
+  EXPECT_EQ(static_cast<unsigned>(DomainMask::system), 8U);
+}
 
 TEST_F(DirectoriesTest, TheHomeIsTheEnvironmentsWhenItIsAbsolute) {
   sandbox.becomeUser(Sandbox::kOtherUser);
