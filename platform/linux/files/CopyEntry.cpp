@@ -8,6 +8,7 @@
 
 #include "platform/linux/FileDescriptor.h"
 #include "platform/linux/files/CopyContents.h"
+#include "platform/linux/files/OpenSource.h"
 
 namespace platform {
 namespace {
@@ -44,9 +45,7 @@ class EntryCopy {
 
 int EntryCopy::run() {
   if (!places_.file) return copySpecial();
-  // O_NONBLOCK: what is a pipe by now must not hang the copy.
-  const FileDescriptor in(::openat(places_.sourceFolder, places_.sourceName.c_str(),
-                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const FileDescriptor in = openSource(places_.sourceFolder, places_.sourceName, context_);
   if (!in) return errno == ELOOP || errno == ENXIO ? copySpecial() : errno;
   struct stat status {};
   if (::fstat(in.get(), &status) != 0) return errno;
