@@ -202,6 +202,20 @@ TEST_F(QVLogFailureTest, WithLoggingDisabledNothingIsPrintedOrWrittenWhateverFai
   EXPECT_EQ(printedFor({"four"}), "");
 }
 
+// Raises, and logging is disabled by then.
+class DisablingFile : public RaisingFile {
+ public:
+  Appended append(std::string_view bytes) override {
+    QVLog::sharedController().setLoggingDisabled(true);
+    return RaisingFile::append(bytes);
+  }
+};
+
+TEST_F(QVLogFailureTest, AFailureUnderWayWhenLoggingIsDisabledIsNotPrinted) {
+  useFile(std::make_shared<DisablingFile>());
+  EXPECT_EQ(printedFor({"one"}), "");
+}
+
 TEST_F(QVLogFailureTest, AClosedStandardOutputIsNoFailure) {
   becomeOrdinaryUser();
   const int saved = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 100);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -207,6 +208,15 @@ TEST_F(QVLogTest, BrokenPreferencesLeaveLoggingOn) {
   expectLogging(true);
 }
 
+TEST_F(QVLogTest, TurningLoggingOffLetsGoOfTheOpenFile) {
+  QVLog::createNewLog();
+  QVLog::finishWriting();
+  ASSERT_NE(QVLog::sharedController().fileHandle(), nullptr);
+  writePreferences(PropertyList("1"));
+  createNewLogAndCapture();
+  EXPECT_EQ(QVLog::sharedController().fileHandle(), nullptr);
+}
+
 TEST_F(QVLogTest, LoggingOnceTurnedOffStaysOff) {
   writePreferences(PropertyList("1"));
   createNewLogAndCapture();
@@ -221,6 +231,21 @@ TEST_F(QVLogTest, ANameCountsForNothingWhereTheProgramHasOne) {
   QVLog::createNewLog("Named");
   EXPECT_EQ(QVLog::sharedController().appName(), "QVLogTest");
   EXPECT_TRUE(fs::exists(file(1)));
+}
+
+// Run by the next test as a program of another name.
+TEST(QVLogTestChild, DISABLED_StartsALog) {
+  QVLog::createNewLog();
+}
+
+TEST_F(QVLogTest, TheExtensionOfTheProgramIsNoPartOfTheName) {
+  const std::string program = sandbox_.home() + "/Named.tool";
+  fs::copy_file("/proc/self/exe", program);
+  const std::string command = program +
+                              " --gtest_also_run_disabled_tests"
+                              " --gtest_filter=QVLogTestChild.DISABLED_StartsALog >/dev/null";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  EXPECT_TRUE(fs::exists(folder() + "/Named.1.log"));
 }
 
 TEST_F(QVLogTest, ANewLogStartsCountingItsBytesAnew) {

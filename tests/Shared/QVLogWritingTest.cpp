@@ -180,6 +180,20 @@ TEST_F(QVLogWritingTest, TheUntrimmedMessageDecidesWhetherItIsShort) {
   EXPECT_TRUE(returnsAtOnce([] { QVLog::appendLog("%@", repeated("x", 98) + " \n"); }));
 }
 
+TEST_F(QVLogWritingTest, AnEmptyMessageWaitsForNothingThatIsPending) {
+  EXPECT_TRUE(returnsAtOnce([] {
+    QVLog::fastAppendLog("pending");
+    QVLog::appendLog("");
+  }));
+}
+
+TEST_F(QVLogWritingTest, ABlankMessageWaitsForWhatIsPending) {
+  EXPECT_FALSE(returnsAtOnce([] {
+    QVLog::fastAppendLog("pending");
+    QVLog::appendLog(" ");
+  }));
+}
+
 TEST_F(QVLogWritingTest, WithMorePendingAShortMessageReturnsAtOnce) {
   EXPECT_TRUE(returnsAtOnce([] {
     QVLog::fastAppendLog("%@", repeated("x", 60));
