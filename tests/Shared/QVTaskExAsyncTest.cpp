@@ -183,6 +183,14 @@ TEST_F(QVTaskExAsyncTest, ErrorsAreNeverDelivered) {
   EXPECT_EQ(reader->text(), std::string("\0\1\2", 3));
 }
 
+TEST_F(QVTaskExAsyncTest, ErrorsAreNotPrintedEither) {
+  testing::internal::CaptureStderr();
+  start({"echo-error", "why"});
+  EXPECT_TRUE(waitFor([&] { return reader->ends() == 1; }));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(reader->calls(), 1);
+}
+
 TEST_F(QVTaskExAsyncTest, TheObjectComesWithEachChunk) {
   start({"echo", "text"}, std::string("o"));
   EXPECT_TRUE(allEnded());
@@ -250,6 +258,15 @@ TEST_F(QVTaskExAsyncTest, WhatIsNotExecutableIsLoggedAndTheDelegateHearsNothingA
   EXPECT_NE(instance->theTask(), nullptr);
   instance->terminateAsyncTask();
   EXPECT_EQ(reader.use_count(), 1);
+}
+
+TEST_F(QVTaskExAsyncTest, WhatIsNotExecutableIsNotPrinted) {
+  const auto task = Task::create();
+  task->setLaunchPath("/nonexistent/program");
+  instance->setTheTask(task);
+  testing::internal::CaptureStdout();
+  instance->launchAsyncTask();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
 TEST_F(QVTaskExAsyncTest, WithoutATaskNothingIsLaunched) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -339,6 +340,7 @@ TEST_F(QVTaskExTest, TextIsAsciiUnlessAnEncodingIsGiven) {
               Optional(Eq("caf\u00e9\n")));
   EXPECT_EQ(QVTaskEx::stringFromTask(kProbe, Words{"echo", "\xff"}, Encoding::utf8, kNoTaskOut),
             std::nullopt);
+  EXPECT_EQ(QVTaskEx::stringFromTask(kProbe, words, 100.0s), std::nullopt);
   std::shared_ptr<Task> task;
   EXPECT_THAT(QVTaskEx::stringFromTask(kProbe, Words{"echo", "plain"}, &task),
               Optional(Eq("plain\n")));
@@ -487,6 +489,18 @@ TEST_F(QVTaskExTest, SetupTimeoutSleepsAndThenHasTheMainThreadEndTheTask) {
   EXPECT_GE(seconds, 1);
   task->waitUntilExit();
   EXPECT_EQ(task->terminationStatus(), SIGTERM);
+}
+
+TEST_F(QVTaskExTest, SetupTimeoutWaitsForTheMainThread) {
+  const auto instance = QVTaskEx::create();
+  std::atomic<bool> returned = false;
+  std::thread timer([&] {
+    instance->setupTimeout(std::chrono::seconds(0));
+    returned = true;
+  });
+  EXPECT_FALSE(waitFor([&] { return returned.load(); }, std::chrono::milliseconds(100)));
+  while (!returned) platform::main_thread::pumpOneEvent(0.01s);
+  timer.join();
 }
 
 TEST_F(QVTaskExTest, TimeoutDoesNothingWithoutARunningTask) {
