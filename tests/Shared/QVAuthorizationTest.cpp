@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "Shared/QVLog.h"
 #include "tests/support/ChildProgram.h"
 #include "tests/support/ConsoleOf.h"
 #include "tests/support/HeldTool.h"
@@ -34,7 +36,9 @@ using test::Polkit;
 using test::readFile;
 using test::Sandbox;
 using test::waitFor;
+using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 
 constexpr char kUser[] = "anna";
 
@@ -54,6 +58,29 @@ std::vector<std::string> namesIn(const std::string& folder) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename());
   return names;
+}
+
+// Keeps the process from opening anything while it lives.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit none = {0, before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit before_ = {};
+};
+
+std::string loggedText() {
+  QVLog::finishWriting();
+  std::string text;
+  for (const std::string& path : QVLog::availableLogs()) text += readFile(path);
+  return text;
 }
 
 class QVAuthorizationTest : public testing::Test {
@@ -185,6 +212,27 @@ TEST_F(QVAuthorizationAsSuperuserTest, AnItemIsMoved) {
   EXPECT_TRUE(QVAuthorization::sharedController().authMoveFile(file, moved));
   EXPECT_TRUE(appears(moved));
   EXPECT_FALSE(fs::exists(file));
+}
+
+TEST_F(QVAuthorizationAsSuperuserTest, AnItemIsMovedOverTheOneThatHasItsName) {
+  const std::string moved = sandbox_.makeFile("b.txt", "b");
+  EXPECT_TRUE(
+      QVAuthorization::sharedController().authMoveFile(sandbox_.makeFile("a.txt", "a"), moved));
+  EXPECT_TRUE(waitFor([&] { return readFile(moved) == "a"; }));
+}
+
+TEST_F(QVAuthorizationAsSuperuserTest, AProgramThatRunsIsReplacedByTheCopy) {
+  const std::string folder = sandbox_.makeDirectory("to");
+  const std::string program = folder + "/sleep";
+  fs::copy_file("/bin/sleep", program);
+  const test::ChildProgram running({program, "300"});
+  ASSERT_TRUE(waitFor([&] {
+    std::error_code starting;
+    return fs::read_symlink("/proc/" + std::to_string(running.id()) + "/exe", starting) == program;
+  }));
+  EXPECT_TRUE(
+      QVAuthorization::sharedController().authCopyFile(sandbox_.makeFile("sleep", "new"), folder));
+  EXPECT_TRUE(waitFor([&] { return readFile(program) == "new"; }));
 }
 
 TEST_F(QVAuthorizationAsSuperuserTest, AnItemIsCopiedWithItsModeAndTime) {
@@ -447,6 +495,13 @@ TEST_F(QVAuthorizationAsSuperuserTest, SystemDirectoriesAreRefused) {
   EXPECT_TRUE(fs::exists(trash_));
 }
 
+TEST_F(QVAuthorizationAsSuperuserTest, WhatIsInsideASystemDirectoryMayBeRemoved) {
+  const std::string inside = "/var/lib/item";  // of the sandbox's own
+  fs::create_directory(inside);
+  EXPECT_TRUE(QVAuthorization::sharedController().authRemoveFile(inside));
+  EXPECT_TRUE(disappears(inside));
+}
+
 TEST_F(QVAuthorizationAsSuperuserTest, ASystemDirectoryMayBeCopied) {
   sandbox_.makeFile("home/anna/Library/x", "a");
   const std::string to = sandbox_.makeDirectory("to");
@@ -500,10 +555,12 @@ TEST_F(QVAuthorizationAsSuperuserTest, RelativePathsAreRefused) {
 
 TEST_F(QVAuthorizationTest, WithoutADialogNothingIsAsked) {
   sandbox_.becomeUser(kUser);
+  QVLog::createNewLog();
   QVAuthorization& session = QVAuthorization::sharedController(false);
   EXPECT_FALSE(session.isAuthorized());
   EXPECT_FALSE(session.canAuthorize());
   EXPECT_EQ(consoleOf([&] { EXPECT_FALSE(session.authStart()); }), "Unable to authorize\n");
+  EXPECT_THAT(loggedText(), Not(HasSubstr("Unable to authorize")));
   EXPECT_EQ(consoleOf([&] { EXPECT_EQ(session.authExecTask("/bin/true", {}), -1); }),
             "Unable to authorize\n");
   session.setHasGUI(true);
@@ -547,10 +604,24 @@ TEST_F(QVAuthorizationTest, ANameOrAPasswordThatIsMissingIsRefusedInSilence) {
 
 TEST_F(QVAuthorizationTest, AFailedStartWithAPasswordIsReported) {
   sandbox_.becomeUser(kUser);
+  QVLog::createNewLog();
   QVAuthorization& session = QVAuthorization::sharedController();
   EXPECT_EQ(consoleOf([&] { EXPECT_FALSE(session.authStartWithUser("bert", "")); }),
             "Authorization failed. Invalid username or password\n");
   EXPECT_FALSE(session.isAuthorized());
+  EXPECT_THAT(loggedText(), HasSubstr(" - Authorization failed. Invalid username or password\n"));
+}
+
+TEST_F(QVAuthorizationTest, ASessionThatCannotBeMadeIsReportedWithTheSystemsNumber) {
+  sandbox_.becomeUser(kUser);
+  QVAuthorization& session = QVAuthorization::sharedController();
+  EXPECT_EQ(consoleOf([&] {
+              const NoDescriptors none;
+              EXPECT_FALSE(session.authStartWithUser("bert", "any"));
+              EXPECT_FALSE(session.authStart());
+            }),
+            "Unable to create authRef - error " + std::to_string(EMFILE) + "\n");
+  EXPECT_EQ(session.authRef(), nullptr);
 }
 
 // --- As an ordinary user, with an administrator's rights ---
@@ -615,7 +686,8 @@ TEST_F(QVAuthorizationSessionTest, AMissingTrashIsMade) {
 
 TEST_F(QVAuthorizationSessionTest, AWaitedRunReturnsAfterTheToolWithSuccessWhateverItSays) {
   asUser([&](QVAuthorization& session) {
-    EXPECT_EQ(session.authExecTask("/bin/mkdir", {protected_ + "/made"}, false), 0);
+    const std::string slow = "sleep 0.2; mkdir " + protected_ + "/made";
+    EXPECT_EQ(session.authExecTask("/bin/sh", {"-c", slow}, false), 0);
     EXPECT_TRUE(fs::exists(protected_ + "/made"));
     EXPECT_EQ(session.authExecTask("/bin/mkdir", {protected_ + "/made"}, false), 0);
     EXPECT_EQ(session.authExecTask("/bin/false", {}, false), 0);
