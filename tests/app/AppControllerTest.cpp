@@ -2,17 +2,22 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "Shared/QVAuthorization.h"
 #include "Shared/QVLog.h"
 #include "platform/Application.h"
 #include "platform/MainThread.h"
+#include "platform/Privilege.h"
 #include "platform/StatusWindow.h"
 #include "platform/UserDefaults.h"
 #include "tests/support/BesideMainLoop.h"
@@ -92,6 +97,30 @@ TEST_F(AppControllerTest, AFailedTrashIsTriedWithRightsAndTheCopyGoesAheadWhatev
   EXPECT_FALSE(std::filesystem::exists(machine().trashedBundle()));
 }
 
+TEST_F(AppControllerTest, WhatTheSuperuserFailsToTrashStaysAndIsOverwrittenWhereItIs) {
+  machine().makeBundle(machine().source(), "2.0");
+  machine().makeBundle(machine().destination(), "1.0");
+  // A plain move there would do, but nothing can be noted about what is recycled.
+  const Sandbox& sandbox = machine().sandbox();
+  const std::string files = sandbox.makeDirectory("home/anna/.local/share/Trash/files");
+  sandbox.makeFile("home/anna/.local/share/Trash/info");
+  std::filesystem::create_directory_symlink(files, sandbox.path("home/anna/.Trash"));
+  EXPECT_THAT(messagesOfRun(silently()), Contains("Auth trashing old application..."));
+  EXPECT_TRUE(
+      test::waitFor([this] { return UpdateMachine::versionOf(machine().destination()) == "2.0"; }));
+  EXPECT_TRUE(std::filesystem::is_empty(files));
+}
+
+TEST_F(AppControllerTest, RightsThatTheProcessHasSetAsideAreTakenBackForTheCopy) {
+  machine().makeBundle(machine().source(), "2.0");
+  machine().sandbox().makeDirectory("Applications");
+  ASSERT_EQ(::setresuid(Sandbox::kConsoleUserId, 0, 0), 0);
+  run(silently(), controller_);
+  EXPECT_EQ(::getuid(), 0U);
+  EXPECT_TRUE(
+      test::waitFor([this] { return UpdateMachine::versionOf(machine().destination()) == "2.0"; }));
+}
+
 TEST_F(AppControllerTest, WithNobodyAtTheConsoleTheOldBundleStaysWhereItIs) {
   machine().sandbox().setNobodyAtConsole();
   machine().makeBundle(machine().source(), "2.0");
@@ -167,6 +196,36 @@ TEST_F(AppControllerAsUserTest, AnExceptionInTheRunIsLoggedAndShownAndTheRunEnds
   EXPECT_THAT(logOfUser(),
               testing::AllOf(HasSubstr(" - Exception in -[AppController beginUpdate]. "),
                              HasSubstr(" - Terminating self...")));
+}
+
+// Has the rights, and raises what is no exception of the platform when a tool is to be run.
+class RaisingSession : public platform::privilege::Session {
+ public:
+  platform::privilege::Outcome askForRights() override {
+    return platform::privilege::Outcome::granted;
+  }
+  platform::privilege::Outcome obtainRights(const platform::privilege::Credentials&) override {
+    return platform::privilege::Outcome::granted;
+  }
+  platform::privilege::Execution execute(const std::string&, const std::vector<std::string>&,
+                                         platform::privilege::Output) override {
+    throw std::runtime_error("of another kind");
+  }
+  int runInheriting(const std::string&, const std::vector<std::string>&) override { return -1; }
+  void end() override {}
+};
+
+TEST_F(AppControllerAsUserTest, AnExceptionOfAnotherKindIsNotReportedAndTheRunEndsAsEver) {
+  machine().sandbox().makeDirectory("home/anna/Applications");
+  QVAuthorization::sharedController().setAuthRef(std::make_shared<RaisingSession>());
+  testing::internal::CaptureStderr();
+  run({"-source", machine().source(), "-destination",
+       machine().sandbox().homeOf(Sandbox::kConsoleUser) + "/Applications/Sample.app", "-silent",
+       "YES"},
+      controller_);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_THAT(logOfUser(),
+              testing::AllOf(HasSubstr(" - Terminating self...\n"), Not(HasSubstr("Exception"))));
 }
 
 TEST_F(AppControllerAsUserTest, ACopyThatFailsIsShownAlsoInASilentRunAndNothingElseIsDone) {

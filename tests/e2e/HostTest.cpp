@@ -32,12 +32,19 @@ class HostTest : public testing::Test {
     machine_->makeBundle(machine_->source(), "2.0");
   }
 
-  void update() {
+  void update(const std::string& silent = "YES") {
     EXPECT_EQ(machine_->run({"-source", machine_->source(), "-destination", machine_->destination(),
-                             "-silent", "YES"}),
+                             "-silent", silent}),
               0);
     EXPECT_TRUE(test::waitFor(
         [this] { return UpdateMachine::versionOf(machine_->destination()) == "2.0"; }));
+  }
+
+  // What the run has logged from that line on.
+  std::vector<std::string> messagesFrom(const std::string& first) {
+    std::vector<std::string> messages = machine_->messages();
+    messages.erase(messages.begin(), std::ranges::find(messages, first));
+    return messages;
   }
 
  private:
@@ -58,15 +65,25 @@ TEST_F(HostTest, AHostThatNeverAnswersHoldsNoUpdateBack) {
   CallbackHost host({"--name", "QVVELMClientCallback", "--when-asked", "hang"},
                     Sandbox::kConsoleUserId);
   update();
-  std::vector<std::string> reports = UpdateMachine::messagesOf(UpdateMachine::logPath());
-  std::erase_if(reports, [](const std::string& line) { return !line.starts_with("Exception"); });
-  EXPECT_THAT(reports,
-              ElementsAre(StartsWith("Exception in +[QVTaskNotification postIncrementProgress]. "
-                                     "NSPortTimeoutException - "),
-                          StartsWith("Exception in +[QVTaskNotification postIncrementProgress]. "
-                                     "NSPortTimeoutException - "),
-                          StartsWith("Exception in +[QVTaskNotification postTaskFinished]. "
-                                     "NSPortTimeoutException - ")));
+  const auto isLate = [](const std::string& method) {
+    return StartsWith("Exception in +[QVTaskNotification " + method +
+                      "]. NSPortTimeoutException - ");
+  };
+  // The reports stand where the host was asked.
+  EXPECT_THAT(
+      messagesFrom("Trashing old application..."),
+      ElementsAre("Trashing old application...", "Preparing to copy files...",
+                  isLate("postIncrementProgress"), isLate("postIncrementProgress"),
+                  "File copy successful.", isLate("postTaskFinished"), "Terminating self..."));
+}
+
+TEST_F(HostTest, AnUpdateThatIsNotSilentAsksNoHost) {
+  CallbackHost host({"--name", "QVVELMClientCallback", "--when-asked", "hang"},
+                    Sandbox::kConsoleUserId);
+  update("NO");
+  EXPECT_THAT(messagesFrom("Trashing old application..."),
+              ElementsAre("Trashing old application...", "Preparing to copy files...",
+                          "File copy successful.", "Launching app...", "Terminating self..."));
 }
 
 }  // namespace
