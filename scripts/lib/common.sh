@@ -36,7 +36,7 @@ test_packages="libgtest-dev libgmock-dev dbus-daemon dbus-bin psmisc e2fsprogs m
   xdotool x11-utils imagemagick attr acl rsync desktop-file-utils libglib2.0-bin gvfs xdg-utils
   polkitd pkexec passwd locales squashfs-tools squashfuse fuse3 fuse2fs fuseiso genisoimage ntfs-3g
   binutils xclip unzip zip libarchive-tools p7zip-full python3 fonts-dejavu-core
-  adwaita-icon-theme udev udisks2 sway grim"
+  adwaita-icon-theme udev udisks2 sway grim at-spi2-core"
 demo_packages="psmisc e2fsprogs squashfs-tools squashfuse fuse3 mount util-linux passwd xvfb openbox
   xdotool x11-utils imagemagick rsync fonts-dejavu-core adwaita-icon-theme"
 package_packages="dpkg-dev file gzip libxml2-utils util-linux"
