@@ -30,7 +30,7 @@ class UdisksImageTest : public testing::Test {
     const std::string image = makeImage();
     try {
       udisks_.emplace(machine().sandbox());
-      udisks().attach(image);
+      udisks().attach(image, place());
     } catch (const std::exception& obstacle) {
       GTEST_SKIP() << "udisks cannot attach an image here: " << obstacle.what();
     }
@@ -58,13 +58,19 @@ class UdisksImageTest : public testing::Test {
   }
 
  private:
+  virtual Udisks::On place() const { return Udisks::On::device; }
+
   std::string makeImage() {
     const std::string contents = machine().sandbox().path("image");
     const std::string folder = machine().sandbox().makeDirectory("image-file");
     const std::string image = folder + "/update.img";
     machine().makeBundle(contents + "/Sample.app", "2.0");
-    const std::string make = "truncate -s 24M " + image + " && mkfs.ext4 -q -L 'Sample 2.0' -d " +
-                             contents + " " + image;
+    const bool partitioned = place() == Udisks::On::firstPartition;
+    const std::string table =
+        partitioned ? "echo 'start=1MiB, size=24MiB' | sfdisk -q -X gpt " + image + " && " : "";
+    const std::string make = "truncate -s 32M " + image + " && " + table +
+                             "mkfs.ext4 -q -L 'Sample 2.0' -d " + contents +
+                             (partitioned ? " -E offset=1048576 " : " ") + image + " 24M";
     EXPECT_EQ(std::system(make.c_str()), 0);
     EXPECT_EQ(::chown(image.c_str(), Sandbox::kConsoleUserId, Sandbox::kConsoleUserId), 0);
     return image;
@@ -76,6 +82,22 @@ class UdisksImageTest : public testing::Test {
 
 TEST_F(UdisksImageTest, ItsUserInstallsFromItAndDetachesItWithItsLoopDevice) {
   machine().runWithRightsHandedDownTo(Sandbox::kConsoleUser);
+  installs();
+  expectDetached();
+}
+
+class UdisksPartitionTest : public UdisksImageTest {
+ private:
+  Udisks::On place() const override { return Udisks::On::firstPartition; }
+};
+
+TEST_F(UdisksPartitionTest, ItsUserInstallsFromAPartitionAndFreesTheWholeLoopDevice) {
+  machine().runWithRightsHandedDownTo(Sandbox::kConsoleUser);
+  installs();
+  expectDetached();
+}
+
+TEST_F(UdisksPartitionTest, TheSuperuserInstallsFromAPartitionAndFreesTheWholeLoopDevice) {
   installs();
   expectDetached();
 }

@@ -10,7 +10,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -81,7 +84,7 @@ void allowAttaching(const Sandbox& sandbox) {
 
 // What other programs do with loop devices meanwhile is not touched.
 void coverRules(const Sandbox& sandbox) {
-  sandbox.makeFile("rules/60-image.rules", "SUBSYSTEM==\"block\", ATTR{loop/backing_file}==\"" +
+  sandbox.makeFile("rules/60-image.rules", "SUBSYSTEM==\"block\", ATTRS{loop/backing_file}==\"" +
                                                sandbox.root() +
                                                "/*\", IMPORT{builtin}=\"blkid\"\n");
   for (const char* folder : {"/usr/lib/udev/rules.d", "/etc/udev/rules.d"}) {
@@ -111,6 +114,27 @@ std::string behind(const std::string& mark, const std::string& line) {
   const std::size_t place = line.rfind(mark);
   if (place == std::string::npos) throw std::runtime_error("udisksctl printed \"" + line + "\"");
   return line.substr(place + mark.size());
+}
+
+// The first partition on a loop device, made known as the kernel's own /dev would have it.
+std::string firstPartitionOf(const std::string& loopDevice) {
+  const std::string name = fs::path(loopDevice).filename().string() + "p1";
+  const fs::path partition = fs::path("/sys/class/block") / name;
+  // A kernel may know no partition tables.
+  if (!fs::exists(partition) &&
+      std::system(("addpart " + loopDevice + " 1 2048 49152").c_str()) != 0) {
+    throw std::runtime_error("no partition can be added to " + loopDevice);
+  }
+  unsigned major = 0;
+  unsigned minor = 0;
+  char colon = 0;
+  if (!waitFor([&] { return fs::exists(partition / "dev"); }) ||
+      !(std::istringstream(readFile(partition / "dev")) >> major >> colon >> minor)) {
+    throw std::runtime_error("the kernel finds no partition on " + loopDevice);
+  }
+  makeNode("/dev/" + name, S_IFBLK | 0660, ::makedev(major, minor));
+  std::ofstream(partition / "uevent") << "change";
+  return "/dev/" + name;
 }
 
 std::vector<std::string> loopDevicesOf(const std::string& image) {
@@ -155,11 +179,12 @@ Udisks::~Udisks() {
   }
 }
 
-void Udisks::attach(const std::string& image) {
+void Udisks::attach(const std::string& image, On on) {
   image_ = image;
   std::string loopDevice = behind(" as ", control("loop-setup --file " + image));
   loopDevice.pop_back();  // the full stop
-  mountPoint_ = behind(" at ", control("mount --block-device " + loopDevice));
+  const std::string device = on == On::device ? loopDevice : firstPartitionOf(loopDevice);
+  mountPoint_ = behind(" at ", control("mount --block-device " + device));
 }
 
 bool Udisks::isMounted() const {

@@ -23,9 +23,12 @@ class Udisks {
   Udisks(const Udisks&) = delete;
   Udisks& operator=(const Udisks&) = delete;
 
+  // Where the file system of an image is.
+  enum class On { device, firstPartition };
+
   // Has udisksctl(1), as the console user, set up a loop device for the image file and mount it;
   // throws with the reason when that fails. Once.
-  void attach(const std::string& image);
+  void attach(const std::string& image, On on = On::device);
 
   // Where the image is mounted.
   const std::string& mountPoint() const { return mountPoint_; }
