@@ -263,9 +263,15 @@ TEST_F(QVFileManagerProgressTest, AFolderThatTakesAdministratorRightsIsWaitedFor
     EXPECT_TRUE(session.authStartWithUser(test::Polkit::kAdministrator, test::Polkit::kPassword));
     // Tools on one path run one after the other.
     EXPECT_EQ(session.authExecTask("/bin/sh", {"-c", held.script(), folder}), 0);
+    sandbox_.makeFile("home/anna/asked");
     EXPECT_TRUE(QVFileManager::copyFileWithProgress(tree(), folder + "/copy", nullptr, {}));
+    sandbox_.makeFile("home/anna/answered");
   });
-  std::this_thread::sleep_for(std::chrono::seconds(1));
+  const auto has = [this](const char* file) {
+    return QVFileManager::fileExistsAtPath(sandbox_.homeOf(Sandbox::kConsoleUser) + file);
+  };
+  EXPECT_TRUE(waitFor([&] { return has("/asked"); }, std::chrono::minutes(1)));
+  EXPECT_FALSE(waitFor([&] { return has("/answered"); }, milliseconds(500)));
   held.release();
   EXPECT_TRUE(test::passed(child));
   EXPECT_TRUE(QVFileManager::isDirectoryAtPath(folder));

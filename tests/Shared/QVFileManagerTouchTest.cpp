@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "Shared/QVAuthorization.h"
 #include "Shared/QVFileManager.h"
@@ -69,17 +71,21 @@ TEST_F(QVFileManagerTouchTest, NoPathIsRefused) {
   EXPECT_FALSE(QVFileManager::touchFile(std::nullopt, true));
 }
 
+// Each of them at once, for the tool is waited for.
 TEST_F(QVFileManagerTouchTest, WhatTheUserMayNotWriteIsTouchedWithAdministratorRights) {
   if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
   sandbox_.simulateMachine();
   const test::Polkit polkit(sandbox_);
-  const std::string file = sandbox_.makeFile("roots", "x");
-  makeOld(file);
+  std::vector<std::string> files;
+  for (int i = 0; i < 20; ++i) files.push_back(sandbox_.makeFile("roots " + std::to_string(i)));
+  for (const std::string& file : files) makeOld(file);
   EXPECT_TRUE(test::passesAs(sandbox_, Sandbox::kConsoleUser, [&] {
     EXPECT_TRUE(QVAuthorization::sharedController().authStartWithUser(test::Polkit::kAdministrator,
                                                                       test::Polkit::kPassword));
-    EXPECT_TRUE(QVFileManager::touchFile(file));
-    EXPECT_TRUE(isNew(file)) << "the tool is waited for";
+    for (const std::string& file : files) {
+      EXPECT_TRUE(QVFileManager::touchFile(file));
+      EXPECT_TRUE(isNew(file)) << file;
+    }
   }));
 }
 
