@@ -96,6 +96,9 @@ TEST_F(ArchiveToolsTest, WeUnpackWhatZipPacked) {
 }
 
 TEST_F(ArchiveToolsTest, WeUnpackWhatZipPackedWithoutKnowingSizes) {
+  // Which zip itself cannot write to a pipe behind a file that it has compressed.
+  fs::remove(bundle() + "/link");
+  test::setTimesToASecond(bundle());
   expectThatWeUnpack("zip -q -r -y - Sample.app | cat > '" + archive() + "'");
 }
 

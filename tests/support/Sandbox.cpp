@@ -106,6 +106,8 @@ void Sandbox::simulateMachine() {
   mountOver(makeDirectory("run/systemd"), "/run/systemd");
   mountOver(makeDirectory("usr-local-share"), "/usr/local/share");
   overlay("/var/lib", "/var/lib");
+  // That of an installed helper.
+  fs::remove_all("/var/lib/quorvale");
   setHome("/root");
 }
 
