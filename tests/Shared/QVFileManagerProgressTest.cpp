@@ -204,7 +204,8 @@ TEST_F(QVFileManagerProgressTest, MessagesComeAtMostOnceASecond) {
   EXPECT_TRUE(serveUntilItsEnd());
   EXPECT_GE(times.size(), 2U);
   for (std::size_t i = 1; i < times.size(); ++i) {
-    EXPECT_GE(times[i] - times[i - 1], milliseconds(990));
+    // A message is queued and may come late, so that less is left until the next one.
+    EXPECT_GE(times[i] - times[i - 1], milliseconds(900));
   }
 }
 
