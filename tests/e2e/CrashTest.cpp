@@ -206,6 +206,16 @@ TEST_F(CrashTest, ARunThatEndsWellLeavesNeitherLogNorReport) {
   EXPECT_THAT(logs(), Not(HasSubstr(kCrashed)));
 }
 
+TEST_F(CrashTest, AfterARunThatEndedWellNoLogIsTakenForItsCrash) {
+  bringReporter();
+  becomePerson();
+  start();
+  sandbox.makeFile("home/anna/Library/Logs/DiagnosticReports/Quorvale Update Helper_1.crash");
+  start();
+  EXPECT_THAT(logs(), Not(HasSubstr(kCrashed)));
+  EXPECT_FALSE(reporterIsShown());
+}
+
 TEST_F(CrashTest, ARunThatIsKilledLeavesNoLogAndNothingIsReported) {
   bringReporter();
   becomePerson();
