@@ -1,7 +1,6 @@
 #include "elevator/Inheritance.h"
 
 #include <fcntl.h>
-#include <linux/ioprio.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/personality.h>
@@ -111,7 +110,10 @@ void resetPriorities() {
   const sched_param ordinary{};
   ::sched_setscheduler(0, SCHED_OTHER, &ordinary);
   ::setpriority(PRIO_PROCESS, 0, 0);
-  ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_NONE, 0));
+  // By ioprio_set(2); some versions of its header are no C++.
+  constexpr int kThisProcess = 1;
+  constexpr int kNoClass = 0;
+  ::syscall(SYS_ioprio_set, kThisProcess, 0, kNoClass);
   cpu_set_t all;
   std::memset(&all, 0xff, sizeof all);
   ::sched_setaffinity(0, sizeof all, &all);

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/ioprio.h>
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -193,7 +192,9 @@ void makeAMess() {
   CPU_ZERO(&first);
   CPU_SET(0, &first);
   ::sched_setaffinity(0, sizeof first, &first);
-  ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0));
+  constexpr int kThisProcess = 1;
+  constexpr int kIdleClass = 3 << 13;
+  ::syscall(SYS_ioprio_set, kThisProcess, 0, kIdleClass);
   std::ofstream("/proc/self/oom_score_adj") << "500";
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
