@@ -101,6 +101,8 @@ void Sandbox::simulateMachine() {
     appendLine(path("etc/group"), name + ":x:" + id + ":");
     check(::chown(makeDirectory("home/" + name).c_str(), idOf(user), idOf(user)) == 0, "chown");
   }
+  // Where no service was ever started, as in a container, nobody has made these.
+  for (const char* folder : {"/run/systemd", "/run/dbus"}) fs::create_directories(folder);
   mountOver(path("etc"), "/etc");
   mountOver(makeDirectory("root"), "/root");
   mountOver(makeDirectory("run/systemd"), "/run/systemd");
