@@ -4,11 +4,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +13,7 @@
 #include "platform/PropertyList.h"
 #include "tests/support/ChildProgram.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/ToolOutput.h"
 #include "tests/support/WaitFor.h"
 #include "tests/support/XServer.h"
 
@@ -23,6 +21,7 @@
 namespace {
 
 using test::ChildProgram;
+using test::outputOf;
 using test::Sandbox;
 using test::XServer;
 using testing::HasSubstr;
@@ -40,23 +39,13 @@ constexpr int kFatal = SIGSEGV;
 constexpr char kReporterTitle[] = "Bug Reporter";
 constexpr char kCrashed[] = " - Application crashed on last launch\n";
 
-std::string outputOf(const std::string& command) {
-  const std::unique_ptr<FILE, decltype(&::pclose)> pipe(::popen(command.c_str(), "r"), ::pclose);
-  std::string output;
-  std::array<char, 4096> buffer{};
-  for (std::size_t count = 0; (count = std::fread(buffer.data(), 1, buffer.size(), pipe.get()));) {
-    output.append(buffer.data(), count);
-  }
-  return output;
-}
-
 // The application in a bundle of its own, on a machine with anna at the console.
 class CrashTest : public testing::Test {
  protected:
   void SetUp() override {
     if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
     if (!XServer::isAvailable()) GTEST_SKIP() << XServer::kNeeds;
-    if (outputOf("command -v xclip").empty()) GTEST_SKIP() << "needs xclip";
+    if (!test::hasTool("xclip")) GTEST_SKIP() << "needs xclip";
     sandbox.simulateMachine();
     sandbox.setConsoleUser(Sandbox::kConsoleUser);
     home = sandbox.homeOf(Sandbox::kConsoleUser);

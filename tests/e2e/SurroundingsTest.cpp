@@ -41,6 +41,19 @@ class SurroundingsTest : public testing::Test {
             silent};
   }
 
+  // A whole update whose window's display dies.
+  template <class Display>
+  void updateUnderDying(Display& display) {
+    machine().start(arguments("NO"));
+    ASSERT_TRUE(display.waitForWindow(kWindowTitle));
+    display.kill();
+    EXPECT_EQ(machine().waitForEnd(), 0);
+    EXPECT_THAT(machine().messages(),
+                testing::IsSupersetOf({"File copy successful.", "Terminating self..."}));
+    EXPECT_TRUE(
+        waitFor([&] { return UpdateMachine::versionOf(machine().destination()) == "2.0"; }));
+  }
+
  private:
   std::optional<UpdateMachine> machine_;
 };
@@ -73,25 +86,13 @@ TEST_F(SurroundingsTest, AMountOfSomebodyElseStaysWhereItIs) {
 TEST_F(SurroundingsTest, ADisplayThatDiesUnderTheStatusWindowEndsNoUpdate) {
   if (!test::XServer::isAvailable()) GTEST_SKIP() << test::XServer::kNeeds;
   test::XServer display;
-  machine().start(arguments("NO"));
-  ASSERT_TRUE(display.waitForWindow(kWindowTitle));
-  display.kill();
-  EXPECT_EQ(machine().waitForEnd(), 0);
-  EXPECT_THAT(machine().messages(),
-              testing::IsSupersetOf({"File copy successful.", "Terminating self..."}));
-  EXPECT_TRUE(waitFor([&] { return UpdateMachine::versionOf(machine().destination()) == "2.0"; }));
+  updateUnderDying(display);
 }
 
 TEST_F(SurroundingsTest, AWaylandCompositorThatDiesUnderTheStatusWindowEndsNoUpdate) {
   if (!test::WaylandServer::isAvailable()) GTEST_SKIP() << test::WaylandServer::kNeeds;
   test::WaylandServer display(machine().sandbox());
-  machine().start(arguments("NO"));
-  ASSERT_TRUE(display.waitForWindow(kWindowTitle));
-  display.kill();
-  EXPECT_EQ(machine().waitForEnd(), 0);
-  EXPECT_THAT(machine().messages(),
-              testing::IsSupersetOf({"File copy successful.", "Terminating self..."}));
-  EXPECT_TRUE(waitFor([&] { return UpdateMachine::versionOf(machine().destination()) == "2.0"; }));
+  updateUnderDying(display);
 }
 
 TEST_F(SurroundingsTest, AnAlertWhoseDisplayDiesIsPrintedAndKeepsNobodyWaiting) {
