@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/linux/FileDescriptor.h"
+#include "fuzz/EndedStream.h"
 #include "platform/linux/authenticator/Credentials.h"
 
 namespace {
@@ -26,13 +26,8 @@ std::optional<std::string_view> takeText(std::string_view& stream) {
 
 // Whoever starts the authenticator may send it anything and end at any time.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
-  const platform::FileDescriptor receiving(ends[0]);
-  platform::FileDescriptor sending(ends[1]);
-  const ssize_t sent = ::send(sending.get(), data, size, MSG_DONTWAIT);
-  sending = platform::FileDescriptor();
-  if (sent != static_cast<ssize_t>(size)) return 0;
+  const platform::FileDescriptor receiving = endedStream(data, size);
+  if (!receiving) return 0;
 
   std::string_view stream(reinterpret_cast<const char*>(data), size);
   const auto name = takeText(stream);

@@ -1,6 +1,3 @@
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/FileDescriptor.h"
+#include "fuzz/EndedStream.h"
 #include "platform/linux/bus/RemoteWire.h"
 
 namespace {
@@ -31,14 +28,9 @@ std::optional<std::string_view> firstMessage(std::string_view stream) {
 
 // A child of the superuser's that has become the person's may send anything and end at any time.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
-  const platform::FileDescriptor receiving(ends[0]);
-  platform::FileDescriptor sending(ends[1]);
+  const platform::FileDescriptor receiving = endedStream(data, size);
+  if (!receiving) return 0;
   const std::string_view stream(reinterpret_cast<const char*>(data), size);
-  const ssize_t sent = ::send(sending.get(), data, size, MSG_DONTWAIT);
-  sending = platform::FileDescriptor();
-  if (sent != static_cast<ssize_t>(size)) return 0;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   const auto message = platform::remote_wire::receive(receiving.get(), kLimit, deadline);
   if (message != firstMessage(stream)) std::abort();
