@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <limits>

@@ -41,7 +41,7 @@ std::string escaped(std::string_view value) {
 
 // One word of a command line: in quotes, with what stays special inside them escaped and the sign
 // of the field codes doubled.
-std::string quoted(std::string_view word) {
+std::string inQuotes(std::string_view word) {
   std::string result = "\"";
   for (const char c : word) {
     if (c == '"' || c == '`' || c == '$' || c == '\\') result += '\\';
@@ -55,7 +55,7 @@ std::string quoted(std::string_view word) {
 // percent signs. Such a program is reached through one that just starts its argument.
 std::string commandLine(const std::string& executable) {
   const bool direct = executable.find_first_of("%=") == std::string::npos;
-  return (direct ? "" : "/usr/bin/nice -n 0 ") + quoted(executable) + " %F";
+  return (direct ? "" : "/usr/bin/nice -n 0 ") + inQuotes(executable) + " %F";
 }
 
 std::string readableName(const Application& application) {
