@@ -46,7 +46,7 @@ void AppController::showMainWindow() {
 void AppController::beginUpdate() {
   std::mutex callLock;
   callLock.lock();
-  platform::application::outlastSession();
+  platform::application::ignoreTerminationRequests();
   const UpdateArguments arguments = UpdateArguments::fromUserDefaults();
   logOnMainThread("Beginning installation...");
   try {

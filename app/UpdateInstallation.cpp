@@ -11,7 +11,7 @@
 #include "platform/Alert.h"
 #include "platform/Clock.h"
 #include "platform/FileSystem.h"
-#include "platform/KeepRunning.h"
+#include "platform/InhibitorLock.h"
 #include "platform/MainThread.h"
 #include "platform/Path.h"
 #include "platform/ProcessInfo.h"
@@ -56,7 +56,7 @@ void UpdateInstallation::run() {
 // A machine that slept or shut down in here would be left without the application, or with a part
 // of it. While an alert waits for somebody it may do either.
 bool UpdateInstallation::replaceBundle() const {
-  const platform::KeepRunning untilReplaced("An application is being updated.");
+  const platform::InhibitorLock untilReplaced("An application is being updated.");
   if (platform::file_system::exists(destination_)) trashOldBundle();
   if (!copyNewBundle()) return false;
   makeNewBundleKnown();

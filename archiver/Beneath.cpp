@@ -7,11 +7,9 @@
 namespace archiver {
 namespace {
 
-using platform::FileDescriptor;
-
-FileDescriptor openResolved(int root, const std::string& path, open_how how) {
+posix::FileDescriptor openResolved(int root, const std::string& path, open_how how) {
   for (;;) {
-    FileDescriptor item(
+    posix::FileDescriptor item(
         static_cast<int>(::syscall(SYS_openat2, root, path.c_str(), &how, sizeof how)));
     // The kernel gives up when something is renamed beneath it, and asks to be called again.
     if (item || errno != EAGAIN) return item;
@@ -20,7 +18,7 @@ FileDescriptor openResolved(int root, const std::string& path, open_how how) {
 
 }  // namespace
 
-FileDescriptor openBeneath(int root, const std::string& path, int flags, mode_t mode) {
+posix::FileDescriptor openBeneath(int root, const std::string& path, int flags, mode_t mode) {
   open_how how{};
   how.flags = static_cast<unsigned>(flags) | O_CLOEXEC;
   how.mode = mode;

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace archiver {
 
@@ -12,7 +12,7 @@ namespace archiver {
 // the path may be a symbolic link (ELOOP) or lead out of the directory (EXDEV), whatever others do
 // to the tree meanwhile. Without a descriptor, and with errno set, when that fails. `mode` is for a
 // file that is made.
-platform::FileDescriptor openBeneath(int root, const std::string& path, int flags, mode_t mode = 0);
+posix::FileDescriptor openBeneath(int root, const std::string& path, int flags, mode_t mode = 0);
 
 // Whether the symbolic link at `path`, followed to its end through all others, leaves `root`. One
 // that ends nowhere inside does not. The link itself must not be reached through another.

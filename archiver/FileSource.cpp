@@ -11,8 +11,6 @@
 namespace archiver {
 namespace {
 
-using platform::FileDescriptor;
-
 class FileSource {
  public:
   FileSource(FileSources& sources, const SourceItem& item)
@@ -33,7 +31,7 @@ class FileSource {
   FileSources& sources_;
   const std::string path_;
   const struct stat found_;
-  FileDescriptor file_;
+  posix::FileDescriptor file_;
   zip_uint64_t rest_ = 0;
   zip_error_t error_ = {};
 };

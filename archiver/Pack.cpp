@@ -10,7 +10,6 @@
 namespace archiver {
 namespace {
 
-using platform::FileDescriptor;
 using platform::Location;
 using platform::Status;
 using platform::statusFromErrno;
@@ -21,7 +20,7 @@ std::string pinnedPath(const Location& location) {
 }
 
 Status writeToDisk(const Location& file) {
-  const FileDescriptor open(
+  const posix::FileDescriptor open(
       ::openat(file.descriptor(), file.name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   return open && ::fsync(open.get()) == 0 ? Status() : statusFromErrno(errno);
 }

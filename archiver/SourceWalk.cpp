@@ -15,7 +15,6 @@
 namespace archiver {
 namespace {
 
-using platform::FileDescriptor;
 using platform::Status;
 using platform::statusFromErrno;
 
@@ -46,7 +45,7 @@ class SourceWalk {
 };
 
 // None, with errno set, when the names could not all be read.
-std::optional<std::vector<std::string>> sortedNames(const FileDescriptor& folder) {
+std::optional<std::vector<std::string>> sortedNames(const posix::FileDescriptor& folder) {
   std::vector<std::string> names;
   platform::DirectoryReader reader(folder.get());
   while (const auto entry = reader.next()) names.emplace_back(entry->name);
@@ -57,7 +56,7 @@ std::optional<std::vector<std::string>> sortedNames(const FileDescriptor& folder
 }
 
 std::optional<SourceItem> SourceWalk::describe(const std::string& path) const {
-  const FileDescriptor item = openBeneath(root_, path, O_PATH | O_NOFOLLOW);
+  const posix::FileDescriptor item = openBeneath(root_, path, O_PATH | O_NOFOLLOW);
   SourceItem described{.path = path, .name = nameOf(path), .status = {}, .linkTarget = {}};
   if (!item || ::fstat(item.get(), &described.status) != 0) return std::nullopt;
   if (!S_ISLNK(described.status.st_mode)) return described;
@@ -87,7 +86,7 @@ Status SourceWalk::visit(const std::string& path) const {
 }
 
 Status SourceWalk::visitContents(const std::string& path) const {
-  FileDescriptor folder = openBeneath(root_, path, O_RDONLY | O_DIRECTORY);
+  posix::FileDescriptor folder = openBeneath(root_, path, O_RDONLY | O_DIRECTORY);
   const auto names = folder ? sortedNames(folder) : std::nullopt;
   if (!names) return failure(path);
   // Not one for each level.

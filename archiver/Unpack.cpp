@@ -10,19 +10,18 @@
 namespace archiver {
 namespace {
 
-using platform::FileDescriptor;
 using platform::Status;
 using platform::statusFromErrno;
 
 // Without a descriptor, and with errno set, when it could not be made.
-FileDescriptor makeClosedFolder(const platform::Location& location) {
+posix::FileDescriptor makeClosedFolder(const platform::Location& location) {
   if (::mkdirat(location.descriptor(), location.name.c_str(), S_IRWXU) != 0) return {};
-  return FileDescriptor(::openat(location.descriptor(), location.name.c_str(),
-                                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return posix::FileDescriptor(::openat(location.descriptor(), location.name.c_str(),
+                                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-FileDescriptor openArchive(const std::string& path, struct stat& status) {
-  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+posix::FileDescriptor openArchive(const std::string& path, struct stat& status) {
+  posix::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!file || ::fstat(file.get(), &status) != 0) return {};
   if (S_ISREG(status.st_mode)) return file;
   errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
@@ -43,14 +42,14 @@ Status unpackInto(const ZipReader& archive, int folder, const Bounds& bounds) {
 
 Status unpack(const std::string& archive, const std::string& folder) {
   struct stat found {};
-  FileDescriptor file = openArchive(archive, found);
+  posix::FileDescriptor file = openArchive(archive, found);
   if (!file) return statusFromErrno(errno, archive);
   const ZipReader reader(std::move(file));
   if (!reader.status().ok()) return reader.status();
 
   StagedItem staged(folder, "unpacking");
   if (!staged.status().ok()) return staged.status();
-  const FileDescriptor root = makeClosedFolder(staged.location());
+  const posix::FileDescriptor root = makeClosedFolder(staged.location());
   if (!root) return statusFromErrno(errno, folder);
   const auto size = static_cast<std::uint64_t>(found.st_size);
   if (Status status = unpackInto(reader, root.get(), boundsFor(root.get(), size)); !status.ok()) {

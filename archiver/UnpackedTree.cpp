@@ -8,12 +8,11 @@
 #include "archiver/Beneath.h"
 #include "archiver/EntryPath.h"
 #include "platform/linux/SystemError.h"
-#include "platform/linux/files/WriteAll.h"
+#include "posix/WriteAll.h"
 
 namespace archiver {
 namespace {
 
-using platform::FileDescriptor;
 using platform::Status;
 using platform::statusFromErrno;
 
@@ -59,16 +58,16 @@ bool UnpackedTree::countItem() {
 
 // The folder and those above it are made when they are not there. Without a descriptor, and with
 // errno set, when that fails.
-FileDescriptor UnpackedTree::openFolder(const std::string& path) {
+posix::FileDescriptor UnpackedTree::openFolder(const std::string& path) {
   constexpr int kFlags = O_RDONLY | O_DIRECTORY;
   if (path.empty()) return openBeneath(root_, ".", kFlags);
-  FileDescriptor folder = openBeneath(root_, path, kFlags);
+  posix::FileDescriptor folder = openBeneath(root_, path, kFlags);
   if (folder || errno != ENOENT || !makeFolderAt(path)) return folder;
   return openBeneath(root_, path, kFlags);
 }
 
 bool UnpackedTree::makeFolderAt(const std::string& path) {
-  const FileDescriptor parent = openFolder(parentPath(path));
+  const posix::FileDescriptor parent = openFolder(parentPath(path));
   if (!parent || !countItem()) return false;
   if (::mkdirat(parent.get(), nameIn(path).c_str(), kOwnFolder) != 0) return false;
   folders_[path].modified = std::time(nullptr);
@@ -85,17 +84,19 @@ Status UnpackedTree::makeFile(const Entry& entry) {
   if (!openFolder(parentPath(entry.path)) || !countItem()) {
     return statusFromErrno(errno, entry.path);
   }
-  const FileDescriptor file =
+  const posix::FileDescriptor file =
       openBeneath(root_, entry.path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
   if (!file) return statusFromErrno(errno, entry.path);
-  Status read = archive_.read(
-      entry, [&](std::string_view bytes) { return platform::writeAll(file.get(), bytes).status; });
+  Status read = archive_.read(entry, [&](std::string_view bytes) {
+    return platform::statusFromErrno(posix::writeAll(file.get(), bytes).error);
+  });
   if (!read.ok()) return read;
   return describe(file, entry, 0666) ? Status() : statusFromErrno(errno, entry.path);
 }
 
 // static
-bool UnpackedTree::describe(const FileDescriptor& item, const Entry& entry, mode_t wantedMode) {
+bool UnpackedTree::describe(const posix::FileDescriptor& item, const Entry& entry,
+                            mode_t wantedMode) {
   timespec times[2];
   timesOf(entry, times);
   const mode_t mode = entry.permissions.value_or(usualMode(wantedMode));
@@ -116,7 +117,7 @@ Status UnpackedTree::linkTarget(const Entry& entry, std::string& target) const {
 Status UnpackedTree::makeLink(const Entry& entry) {
   std::string target;
   if (Status status = linkTarget(entry, target); !status.ok()) return status;
-  const FileDescriptor folder = openFolder(parentPath(entry.path));
+  const posix::FileDescriptor folder = openFolder(parentPath(entry.path));
   const std::string name = nameIn(entry.path);
   timespec times[2];
   timesOf(entry, times);
@@ -133,7 +134,7 @@ Status UnpackedTree::finish() {
     if (leavesRoot(root_, link)) return refusedLink(link);
   }
   for (const auto& [path, entry] : folders_) {
-    const FileDescriptor folder = openFolder(path);
+    const posix::FileDescriptor folder = openFolder(path);
     if (!folder || !describe(folder, entry, 0777)) return statusFromErrno(errno, path);
   }
   return {};

@@ -30,11 +30,11 @@ class UnpackedTree {
   platform::Status makeFile(const Entry& entry);
   platform::Status makeLink(const Entry& entry);
   platform::Status linkTarget(const Entry& entry, std::string& target) const;
-  platform::FileDescriptor openFolder(const std::string& path);
+  posix::FileDescriptor openFolder(const std::string& path);
   bool makeFolderAt(const std::string& path);
   bool countItem();
   // `wantedMode` is for an item whose permissions the archive does not say.
-  static bool describe(const platform::FileDescriptor& item, const Entry& entry, mode_t wantedMode);
+  static bool describe(const posix::FileDescriptor& item, const Entry& entry, mode_t wantedMode);
 
   const ZipReader& archive_;
   const int root_;

@@ -51,7 +51,7 @@ const char* objection(const std::optional<std::string>& path, std::optional<Entr
 
 }  // namespace
 
-ZipReader::ZipReader(platform::FileDescriptor archive) : zip_(nullptr, zip_discard) {
+ZipReader::ZipReader(posix::FileDescriptor archive) : zip_(nullptr, zip_discard) {
   int error = 0;
   zip_.reset(zip_fdopen(archive.get(), 0, &error));
   // The library closes it, but only when it has taken it.

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "archiver/Zip.h"
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace archiver {
 
@@ -32,7 +32,7 @@ struct Entry {
 class ZipReader {
  public:
   // Look at status() before anything else. The bytes must outlive the reader.
-  explicit ZipReader(platform::FileDescriptor archive);
+  explicit ZipReader(posix::FileDescriptor archive);
   explicit ZipReader(std::string_view bytes);
 
   const platform::Status& status() const noexcept { return status_; }

@@ -10,7 +10,7 @@
 
 #include "archiver/Interruption.h"
 #include "platform/linux/SystemError.h"
-#include "platform/linux/files/WriteAll.h"
+#include "posix/WriteAll.h"
 
 namespace archiver {
 namespace {
@@ -101,10 +101,10 @@ bool ZipWriter::describe(zip_uint64_t index, const SourceItem& item) {
 
 Status ZipWriter::finishEmpty() {
   zip_.reset();
-  const platform::FileDescriptor file(
+  const posix::FileDescriptor file(
       ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (!file) return platform::statusFromErrno(errno, kNotWritten);
-  return platform::writeAll(file.get(), kEmptyArchive).status;
+  return platform::statusFromErrno(posix::writeAll(file.get(), kEmptyArchive).error);
 }
 
 Status ZipWriter::finish() {

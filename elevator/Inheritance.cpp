@@ -19,7 +19,7 @@
 #include <string>
 #include <string_view>
 
-#include "elevator/Channel.h"
+#include "channel/Packet.h"
 
 namespace elevator {
 namespace {
@@ -118,24 +118,25 @@ void resetPriorities() {
   std::memset(&all, 0xff, sizeof all);
   ::sched_setaffinity(0, sizeof all, &all);
   ::personality(PER_LINUX);
-  if (const FileDescriptor score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC)); score) {
+  if (const posix::FileDescriptor score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
+      score) {
     [[maybe_unused]] const ssize_t written = ::write(score.get(), "0", 1);
   }
 }
 
 }  // namespace
 
-FileDescriptor takeChannel(const char*& why) {
+posix::FileDescriptor takeChannel(const char*& why) {
   why = nullptr;
   if (::getuid() != 0 || ::geteuid() != 0) {
     why = "does not run as root";
-  } else if (!isChannel(STDIN_FILENO)) {
+  } else if (!channel::isChannel(STDIN_FILENO)) {
     why = "its standard input is no channel";
   } else if (!isFromParent(STDIN_FILENO)) {
     why = "its channel is not its parent's";
   }
   if (why != nullptr) return {};
-  FileDescriptor channel(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  posix::FileDescriptor channel(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   const int on = 1;
   if (!channel || !silenceStandardEnds() ||
       ::setsockopt(channel.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0) {
@@ -145,7 +146,7 @@ FileDescriptor takeChannel(const char*& why) {
   return channel;
 }
 
-void shedInheritance(const FileDescriptor& kept) {
+void shedInheritance(const posix::FileDescriptor& kept) {
   closeAllBut(kept.get());
   ::clearenv();
   ::setsid();

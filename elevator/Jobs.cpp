@@ -7,7 +7,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "elevator/NamedPaths.h"
+#include "channel/NamedPaths.h"
 #include "elevator/Spawn.h"
 
 namespace elevator {
@@ -24,10 +24,10 @@ bool Jobs::hasRoomFor(const Job& job) const {
 }
 
 int Jobs::add(Job job) {
-  job.paths = namedPaths({job.words.begin() + 1, job.words.end()});
+  job.paths = channel::namedPaths({job.words.begin() + 1, job.words.end()});
   job.blockers = static_cast<std::size_t>(std::ranges::count_if(
-      jobs_, [&job](const Job& earlier) { return overlap(job.paths, earlier.paths); }));
-  if (job.blockers > 0) job.output = FileDescriptor();
+      jobs_, [&job](const Job& earlier) { return channel::overlap(job.paths, earlier.paths); }));
+  if (job.blockers > 0) job.output = posix::FileDescriptor();
   if (job.blockers == 0 && running_ < kMostRunning) {
     const int status = start(job);
     if (status != 0) return status;
@@ -47,8 +47,8 @@ int Jobs::start(Job& job) {
     syslog(LOG_ERR, "cannot run %s: %s", job.words.front().c_str(), std::strerror(status));
   }
   // Only the tool writes there: the reader must see the end when the tool ends.
-  job.output = FileDescriptor();
-  job.tool.file = FileDescriptor();
+  job.output = posix::FileDescriptor();
+  job.tool.file = posix::FileDescriptor();
   return status;
 }
 
@@ -61,19 +61,19 @@ void Jobs::finish(int process) {
   startWhatMay();
 }
 
-void Jobs::remove(Place job, TermStatus status) {
+void Jobs::remove(Place job, channel::TermStatus status) {
   if (job->report) {
     report(job->report, status);
   } else {
     remember(*job, status);
   }
   for (auto later = std::next(job); later != jobs_.end(); ++later) {
-    if (overlap(later->paths, job->paths)) --later->blockers;
+    if (channel::overlap(later->paths, job->paths)) --later->blockers;
   }
   jobs_.erase(job);
 }
 
-void Jobs::remember(const Job& job, TermStatus status) {
+void Jobs::remember(const Job& job, channel::TermStatus status) {
   for (const auto& observer : job.observers) observer->note(status);
   ended_.push_back({job.paths, status});
   if (ended_.size() > kMostRemembered) ended_.pop_front();
@@ -94,16 +94,17 @@ void Jobs::startWhatMay() {
   }
 }
 
-int Jobs::observe(const std::string& path, FileDescriptor report) {
+int Jobs::observe(const std::string& path, posix::FileDescriptor report) {
   std::erase_if(observers_, [](const auto& each) { return each.expired(); });
   if (observers_.size() >= kMostObservers) return EAGAIN;
-  const auto paths = namedPaths({path});
-  const auto last = std::find_if(ended_.rbegin(), ended_.rend(),
-                                 [&](const Ended& each) { return overlap(each.paths, paths); });
+  const auto paths = channel::namedPaths({path});
+  const auto last = std::find_if(ended_.rbegin(), ended_.rend(), [&](const Ended& each) {
+    return channel::overlap(each.paths, paths);
+  });
   const auto observer =
       std::make_shared<Observer>(std::move(report), last == ended_.rend() ? 0 : last->status);
   for (Job& job : jobs_) {
-    if (overlap(job.paths, paths)) job.observers.push_back(observer);
+    if (channel::overlap(job.paths, paths)) job.observers.push_back(observer);
   }
   observers_.push_back(observer);
   return 0;

@@ -10,20 +10,18 @@
 
 #include "elevator/Observer.h"
 #include "elevator/Tool.h"
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace elevator {
-
-using platform::FileDescriptor;
 
 // A command that was accepted.
 struct Job {
   std::vector<std::string> words;
   Tool tool;
   // Where the standard output goes; nowhere when empty.
-  FileDescriptor output;
+  posix::FileDescriptor output;
   // Where the end is reported; nowhere when empty.
-  FileDescriptor report;
+  posix::FileDescriptor report;
   // Who waits for it; each reports when nothing holds it any more.
   std::vector<std::shared_ptr<Observer>> observers;
 
@@ -31,7 +29,7 @@ struct Job {
   // Earlier jobs that name overlapping paths and have not ended.
   std::size_t blockers = 0;
   // Once it runs; readable when it has ended (pidfd_open(2)).
-  FileDescriptor process;
+  posix::FileDescriptor process;
 };
 
 // The commands that have not ended, in the order in which they came. One that names a path of an
@@ -53,7 +51,7 @@ class Jobs {
   // Reports on `report` how the last of the jobs of now that name an overlapping path ended, once
   // they all have. Those whose end is reported to their asker are waited for but do not count.
   // Answers 0, or EAGAIN when too many wait already.
-  int observe(const std::string& path, FileDescriptor report);
+  int observe(const std::string& path, posix::FileDescriptor report);
 
   bool hasWaiting() const { return running_ < jobs_.size(); }
   // The process descriptors of the jobs that run.
@@ -65,15 +63,15 @@ class Jobs {
   using Place = std::list<Job>::iterator;
   struct Ended {
     std::vector<std::string> paths;
-    TermStatus status;
+    channel::TermStatus status;
   };
 
   static std::size_t bytesOf(const Job& job);
   int start(Job& job);
   void startWhatMay();
-  void remove(Place job, TermStatus status);
+  void remove(Place job, channel::TermStatus status);
   // Keeps in mind how it ended, and tells those who wait.
-  void remember(const Job& job, TermStatus status);
+  void remember(const Job& job, channel::TermStatus status);
 
   std::list<Job> jobs_;
   std::deque<Ended> ended_;

@@ -12,28 +12,17 @@
 #include <utility>
 
 #include "elevator/Tool.h"
+#include "posix/PipeEnds.h"
 
 namespace elevator {
 namespace {
 
-struct PipeEnds {
-  FileDescriptor reading;
-  FileDescriptor writing;
-};
-
-// Empty ends when the system has no more; errno says why.
-PipeEnds makePipe() {
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return {};
-  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
-}
-
 // What is readable once that process has ended, which it may have already; empty when the system
 // has no more descriptors.
-FileDescriptor openProcess(pid_t id) {
-  FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, id, 0)));
+posix::FileDescriptor openProcess(pid_t id) {
+  posix::FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, id, 0)));
   if (process || errno != ESRCH) return process;
-  return makePipe().reading;
+  return posix::makePipe().reading;
 }
 
 bool hasReader(int pipe) {
@@ -43,7 +32,7 @@ bool hasReader(int pipe) {
 
 }  // namespace
 
-Server::Server(FileDescriptor firstChannel) {
+Server::Server(posix::FileDescriptor firstChannel) {
   channels_.push_back({std::move(firstChannel), 0, {}});
 }
 
@@ -85,11 +74,11 @@ void Server::waitForSomething() {
 }
 
 bool Server::serve(Channel& channel) {
-  const Packet packet = receive(channel.socket.get(), 0);
-  if (packet.state == Packet::State::none) return true;
-  if (packet.state == Packet::State::broken) return false;
+  const channel::Packet packet = channel::receive(channel.socket.get(), 0);
+  if (packet.state == channel::Packet::State::none) return true;
+  if (packet.state == channel::Packet::State::broken) return false;
   const bool admitted = admit(channel, packet.senderPid);
-  const auto request = parseRequest(packet.bytes);
+  const auto request = channel::parseRequest(packet.bytes);
   if (!request || !admitted) {
     syslog(LOG_WARNING, "closes the channel of process %d after a packet from process %d",
            channel.peer, packet.senderPid);
@@ -108,32 +97,34 @@ bool Server::admit(Channel& channel, pid_t sender) {
   return channel.peerProcess && sender == channel.peer;
 }
 
-bool Server::reply(const Channel& channel, const Request& request) {
+bool Server::reply(const Channel& channel, const channel::Request& request) {
   // Answering may open a channel, which moves the others.
   const int socket = channel.socket.get();
   const Answer result = answer(request);
   std::vector<int> numbers;
-  for (const FileDescriptor& descriptor : result.descriptors) numbers.push_back(descriptor.get());
+  for (const posix::FileDescriptor& descriptor : result.descriptors)
+    numbers.push_back(descriptor.get());
   // One who does not take the replies is not waited for.
-  return send(socket, encoded(Reply{request.id, result.status}), numbers);
+  return channel::send(socket, channel::encoded(channel::Reply{request.id, result.status}),
+                       numbers);
 }
 
-Server::Answer Server::answer(const Request& request) {
+Server::Answer Server::answer(const channel::Request& request) {
   switch (request.kind) {
-    case Kind::hello:
+    case channel::Kind::hello:
       return {};
-    case Kind::run:
-    case Kind::runPiped:
+    case channel::Kind::run:
+    case channel::Kind::runPiped:
       return runCommand(request);
-    case Kind::newChannel:
+    case channel::Kind::newChannel:
       return openChannel();
-    case Kind::observe:
+    case channel::Kind::observe:
       return observe(request);
   }
   return {EINVAL, {}};
 }
 
-Server::Answer Server::runCommand(const Request& request) {
+Server::Answer Server::runCommand(const channel::Request& request) {
   Job job;
   job.words = request.words;
   if (!jobs_.hasRoomFor(job)) return {EAGAIN, {}};
@@ -143,9 +134,9 @@ Server::Answer Server::runCommand(const Request& request) {
     return {job.tool.status, {}};
   }
   Answer result;
-  if (request.kind == Kind::runPiped) {
-    PipeEnds output = makePipe();
-    PipeEnds report = makePipe();
+  if (request.kind == channel::Kind::runPiped) {
+    posix::PipeEnds output = posix::makePipe();
+    posix::PipeEnds report = posix::makePipe();
     if (!output.reading || !report.reading) return {errno, {}};
     job.output = std::move(output.writing);
     job.report = std::move(report.writing);
@@ -159,7 +150,7 @@ Server::Answer Server::runCommand(const Request& request) {
 
 Server::Answer Server::openChannel() {
   if (channels_.size() == kMostChannels) return {EAGAIN, {}};
-  ChannelPair pair = makeChannel();
+  channel::ChannelPair pair = channel::makeChannel();
   if (!pair.one) return {errno, {}};
   Answer result;
   result.descriptors.push_back(std::move(pair.other));
@@ -167,8 +158,8 @@ Server::Answer Server::openChannel() {
   return result;
 }
 
-Server::Answer Server::observe(const Request& request) {
-  PipeEnds pipe = makePipe();
+Server::Answer Server::observe(const channel::Request& request) {
+  posix::PipeEnds pipe = posix::makePipe();
   if (!pipe.reading) return {errno, {}};
   Answer result;
   result.status = jobs_.observe(request.words.front(), std::move(pipe.writing));

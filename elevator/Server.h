@@ -4,21 +4,19 @@
 
 #include <vector>
 
-#include "elevator/Channel.h"
+#include "channel/Messages.h"
+#include "channel/Packet.h"
 #include "elevator/Jobs.h"
-#include "elevator/Messages.h"
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace elevator {
-
-using platform::FileDescriptor;
 
 // Serves the channels, one packet after the other, on one thread.
 class Server {
  public:
   static constexpr std::size_t kMostChannels = 64;
 
-  explicit Server(FileDescriptor firstChannel);
+  explicit Server(posix::FileDescriptor firstChannel);
 
   // Returns when the last channel is closed, nothing waits to be started, and nobody is left who
   // wants to hear how what runs ends. What runs goes on.
@@ -26,16 +24,16 @@ class Server {
 
  private:
   struct Channel {
-    FileDescriptor socket;
+    posix::FileDescriptor socket;
     // The one process that may use this channel: the one that used it first.
     pid_t peer = 0;
     // Readable when that has ended (pidfd_open(2)).
-    FileDescriptor peerProcess;
+    posix::FileDescriptor peerProcess;
   };
   // What goes back to the asker; what it holds is closed here once it has been sent.
   struct Answer {
     int status = 0;
-    std::vector<FileDescriptor> descriptors;
+    std::vector<posix::FileDescriptor> descriptors;
   };
 
   bool hasReasonToStay() const;
@@ -43,11 +41,11 @@ class Server {
   // These are false when the channel is to be closed.
   bool serve(Channel& channel);
   static bool admit(Channel& channel, pid_t sender);
-  bool reply(const Channel& channel, const Request& request);
-  Answer answer(const Request& request);
-  Answer runCommand(const Request& request);
+  bool reply(const Channel& channel, const channel::Request& request);
+  Answer answer(const channel::Request& request);
+  Answer runCommand(const channel::Request& request);
   Answer openChannel();
-  Answer observe(const Request& request);
+  Answer observe(const channel::Request& request);
 
   std::vector<Channel> channels_;
   Jobs jobs_;

@@ -48,7 +48,7 @@ class Actions {
   // The first descriptor that a program does not have by itself.
   static constexpr int kScript = 3;
 
-  Actions(const Tool& tool, const FileDescriptor& output) {
+  Actions(const Tool& tool, const posix::FileDescriptor& output) {
     ::posix_spawn_file_actions_init(&value_);
     if (output) ::posix_spawn_file_actions_adddup2(&value_, output.get(), STDOUT_FILENO);
     if (tool.isScript) ::posix_spawn_file_actions_adddup2(&value_, tool.file.get(), kScript);
@@ -73,8 +73,8 @@ int giveUp(pid_t pid) {
 
 }  // namespace
 
-int spawn(const Tool& tool, const std::vector<std::string>& words, const FileDescriptor& output,
-          FileDescriptor& process) {
+int spawn(const Tool& tool, const std::vector<std::string>& words,
+          const posix::FileDescriptor& output, posix::FileDescriptor& process) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
@@ -86,19 +86,19 @@ int spawn(const Tool& tool, const std::vector<std::string>& words, const FileDes
   const Attributes attributes;
   const Actions actions(tool, output);
   // A tool that could not be waited for is not even started: the place for its descriptor is kept.
-  FileDescriptor place(::fcntl(tool.file.get(), F_DUPFD_CLOEXEC, 0));
+  posix::FileDescriptor place(::fcntl(tool.file.get(), F_DUPFD_CLOEXEC, 0));
   if (!place) return errno;
   pid_t pid = 0;
   const int status = ::posix_spawn(&pid, file.c_str(), actions.get(), attributes.get(),
                                    arguments.data(), environment().data());
   if (status != 0) return status;
-  place = FileDescriptor();
+  place = posix::FileDescriptor();
   // Nobody else waits for it, so the number cannot have been given to another process.
-  process = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+  process = posix::FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   return process ? 0 : giveUp(pid);
 }
 
-TermStatus collect(const FileDescriptor& process) {
+channel::TermStatus collect(const posix::FileDescriptor& process) {
   siginfo_t end{};
   while (::waitid(P_PIDFD, static_cast<id_t>(process.get()), &end, WEXITED) != 0) {
     if (errno != EINTR) return -1;

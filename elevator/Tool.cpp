@@ -45,15 +45,15 @@ class Walk {
   explicit Walk(std::string_view path) : left_(split(path)) {}
 
   // The opened end of the path; empty with the status set when it cannot or must not be reached.
-  FileDescriptor finish(int& status) {
+  posix::FileDescriptor finish(int& status) {
     status = toRoot();
     while (status == 0 && !left_.empty()) status = step();
-    return status == 0 ? std::move(here_) : FileDescriptor();
+    return status == 0 ? std::move(here_) : posix::FileDescriptor();
   }
 
  private:
   int toRoot() {
-    here_ = FileDescriptor(::open("/", kOpenFlags | O_DIRECTORY));
+    here_ = posix::FileDescriptor(::open("/", kOpenFlags | O_DIRECTORY));
     struct stat facts {};
     return here_ ? examine(here_.get(), facts) : errno;
   }
@@ -61,7 +61,7 @@ class Walk {
   int step() {
     const std::string name = std::move(left_.front());
     left_.pop_front();
-    FileDescriptor next(::openat(here_.get(), name.c_str(), kOpenFlags));
+    posix::FileDescriptor next(::openat(here_.get(), name.c_str(), kOpenFlags));
     if (!next) return errno;
     struct stat facts {};
     if (const int status = examine(next.get(), facts); status != 0) return status;
@@ -82,14 +82,14 @@ class Walk {
     return text.starts_with('/') ? toRoot() : 0;
   }
 
-  FileDescriptor here_;
+  posix::FileDescriptor here_;
   std::deque<std::string> left_;
   int links_ = 0;
 };
 
 bool startsWithHashBang(int file) {
   const std::string again = "/proc/self/fd/" + std::to_string(file);
-  const FileDescriptor readable(::open(again.c_str(), O_RDONLY | O_CLOEXEC));
+  const posix::FileDescriptor readable(::open(again.c_str(), O_RDONLY | O_CLOEXEC));
   std::array<char, 2> start{};
   return readable && ::read(readable.get(), start.data(), start.size()) == 2 && start[0] == '#' &&
          start[1] == '!';

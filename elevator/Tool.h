@@ -2,17 +2,15 @@
 
 #include <string>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace elevator {
-
-using platform::FileDescriptor;
 
 struct Tool {
   // 0, or why it may not be run (errno(3)).
   int status = 0;
   // The very file that was examined.
-  FileDescriptor file;
+  posix::FileDescriptor file;
   // Whether an interpreter will have to open the file for itself.
   bool isScript = false;
 };

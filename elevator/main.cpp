@@ -9,7 +9,7 @@
 int main() {
   openlog("qv-elevator", LOG_PID, LOG_AUTHPRIV);
   const char* why = nullptr;
-  elevator::FileDescriptor channel = elevator::takeChannel(why);
+  posix::FileDescriptor channel = elevator::takeChannel(why);
   if (!channel) {
     syslog(LOG_ERR, "refuses to start: %s", why);
     return EXIT_FAILURE;

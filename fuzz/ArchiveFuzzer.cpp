@@ -16,8 +16,6 @@
 // a device.
 namespace {
 
-using platform::FileDescriptor;
-
 constexpr archiver::Bounds kBounds = {.bytes = 1U << 20U, .items = 200};
 
 void require(bool holds) {
@@ -54,7 +52,8 @@ void checkItems(int folder) {
     require((status.st_mode & (S_ISUID | S_ISGID)) == 0);
     require(S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode));
     if (!S_ISDIR(status.st_mode)) continue;
-    const FileDescriptor below(::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+    const posix::FileDescriptor below(
+        ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
     if (below) checkItems(below.get());
   }
 }
@@ -68,13 +67,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const platform::Location folder = platform::locate(place.path() + "/folder");
   require(::mkdirat(folder.descriptor(), folder.name.c_str(), S_IRWXU) == 0);
   {
-    const FileDescriptor root(
+    const posix::FileDescriptor root(
         ::openat(folder.descriptor(), folder.name.c_str(), O_RDONLY | O_DIRECTORY));
     require(static_cast<bool>(root));
     static_cast<void>(archiver::unpackInto(reader, root.get(), kBounds).ok());
     checkItems(root.get());
   }
-  const FileDescriptor around(::open(place.path().c_str(), O_RDONLY | O_DIRECTORY));
+  const posix::FileDescriptor around(::open(place.path().c_str(), O_RDONLY | O_DIRECTORY));
   require(countIn(around.get()) == 1);
   require(removeTree(folder, platform::LockedFolders::open).ok());
   return 0;

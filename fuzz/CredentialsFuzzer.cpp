@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "fuzz/EndedStream.h"
-#include "platform/linux/authenticator/Credentials.h"
+#include "platform/linux/agent/Credentials.h"
 
 namespace {
 
@@ -24,15 +24,15 @@ std::optional<std::string_view> takeText(std::string_view& stream) {
 
 }  // namespace
 
-// Whoever starts the authenticator may send it anything and end at any time.
+// Whoever starts the agent may send it anything and end at any time.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const platform::FileDescriptor receiving = endedStream(data, size);
+  const posix::FileDescriptor receiving = endedStream(data, size);
   if (!receiving) return 0;
 
   std::string_view stream(reinterpret_cast<const char*>(data), size);
   const auto name = takeText(stream);
   const auto password = name ? takeText(stream) : std::nullopt;
-  authenticator::Credentials credentials;
+  authentication_agent::Credentials credentials;
   if (credentials.read(receiving.get()) != password.has_value()) std::abort();
   if (!password) return 0;
   if (credentials.userName != *name || credentials.password != *password) std::abort();

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "followup/MountTable.h"
+#include "sessionhelper/MountTable.h"
 
 namespace {
 
@@ -39,10 +39,10 @@ std::string escaped(std::string_view path) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);
   std::istringstream any(input);
-  followup::isMountPoint("/Volumes/Image", any);
+  session_helper::isMountPoint("/Volumes/Image", any);
 
   const std::string path = "/" + input;
   std::istringstream table("36 22 7:0 / " + escaped(path) + " rw - ext4 /dev/loop0 rw\n");
-  if (!followup::isMountPoint(path, table)) std::abort();
+  if (!session_helper::isMountPoint(path, table)) std::abort();
   return 0;
 }

@@ -28,7 +28,7 @@ std::optional<std::string_view> firstMessage(std::string_view stream) {
 
 // A child of the superuser's that has become the person's may send anything and end at any time.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const platform::FileDescriptor receiving = endedStream(data, size);
+  const posix::FileDescriptor receiving = endedStream(data, size);
   if (!receiving) return 0;
   const std::string_view stream(reinterpret_cast<const char*>(data), size);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);

@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "platform/linux/people/XdgUserDirs.h"
+#include "platform/linux/users/XdgUserDirs.h"
 
 // Whatever a person's settings say, the superuser is led to nothing but a folder below the home.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -34,7 +34,7 @@ int run(int argc, const char* const* argv, ApplicationDelegate& delegate);
 // For work that must not stop halfway: from here on a session that ends, a terminal that closes or
 // a request to end (SIGHUP, SIGINT, SIGTERM) does not end the process; `terminate` does. Child
 // programs start with the defaults. Any thread.
-void outlastSession();
+void ignoreTerminationRequests();
 
 using ObserverId = unsigned;
 

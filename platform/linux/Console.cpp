@@ -8,7 +8,7 @@
 #include <ctime>
 #include <string>
 
-#include "platform/linux/files/WriteAll.h"
+#include "posix/WriteAll.h"
 
 namespace platform::console {
 namespace {
@@ -45,7 +45,7 @@ class BrokenPipeGuard {
 
 void writeTo(int descriptor, std::string_view text) {
   const BrokenPipeGuard guard;
-  writeAll(descriptor, text);
+  posix::writeAll(descriptor, text);
 }
 
 }  // namespace

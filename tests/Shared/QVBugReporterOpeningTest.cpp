@@ -78,8 +78,8 @@ TEST_F(QVBugReporterOpeningTest, TheBundledReporterIsStartedByNameAndRecordOfThe
   test::makeApplication(sandbox, "Apps/Sample.app/Contents/Resources/Bug Reporter.app");
   fs::copy_file(platform::process_info::executablePath(), sandbox.path(programs + "Program"),
                 fs::copy_options::overwrite_existing);
-  fs::copy_file(*platform::Bundle::main().auxiliaryPath("followup"),
-                sandbox.path(programs + "followup"));
+  fs::copy_file(*platform::Bundle::main().auxiliaryPath("session-helper"),
+                sandbox.path(programs + "session-helper"));
   recordLaunch("home/anna/Library/Preferences/com.example.Sample.plist");
   ASSERT_EQ(std::system(("chown -R anna '" + sandbox.homeOf("anna") + "'").c_str()), 0);
   sandbox.becomeUser(Sandbox::kConsoleUser);

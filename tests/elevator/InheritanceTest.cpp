@@ -22,17 +22,16 @@
 #include <optional>
 #include <string>
 
-#include "elevator/Channel.h"
-#include "elevator/Messages.h"
+#include "channel/Messages.h"
+#include "channel/Packet.h"
 #include "platform/linux/privilege/ElevatorChannel.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
 
 namespace {
 
-using elevator::Kind;
+using channel::Kind;
 using platform::ElevatorChannel;
-using platform::FileDescriptor;
 using test::Sandbox;
 using testing::HasSubstr;
 
@@ -67,9 +66,9 @@ class InheritanceTest : public testing::Test {
 // --- Who may start it ---
 
 TEST_F(InheritanceTest, ItStartsForItsParentAndEndsWithTheChannel) {
-  elevator::ChannelPair pair = elevator::makeChannel();
+  channel::ChannelPair pair = channel::makeChannel();
   const pid_t child = startElevator(pair.other.get(), nothing);
-  pair.other = FileDescriptor();
+  pair.other = posix::FileDescriptor();
   ElevatorChannel channel(std::move(pair.one));
   EXPECT_EQ(channel.ask(Kind::hello, {}, 0).sender, child);
   channel.close();
@@ -77,7 +76,7 @@ TEST_F(InheritanceTest, ItStartsForItsParentAndEndsWithTheChannel) {
 }
 
 TEST_F(InheritanceTest, ItRefusesWhatIsNoChannel) {
-  const FileDescriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const posix::FileDescriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
   EXPECT_EQ(exitStatusOf(startElevator(nowhere.get(), nothing)), 1);
   std::array<int, 2> stream{};
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, stream.data()), 0);
@@ -86,7 +85,7 @@ TEST_F(InheritanceTest, ItRefusesWhatIsNoChannel) {
 }
 
 TEST_F(InheritanceTest, ItRefusesToRunAsAUser) {
-  const elevator::ChannelPair pair = elevator::makeChannel();
+  const channel::ChannelPair pair = channel::makeChannel();
   EXPECT_EQ(exitStatusOf(startElevator(pair.other.get(),
                                        [] { ASSERT_EQ(::setuid(Sandbox::kConsoleUserId), 0); })),
             1);
@@ -95,7 +94,7 @@ TEST_F(InheritanceTest, ItRefusesToRunAsAUser) {
 // Makes the channel as somebody else would, in a child that keeps its effective user while it does.
 TEST_F(InheritanceTest, ItRefusesTheChannelOfAUserForWhomItWasNotStarted) {
   ASSERT_EQ(::seteuid(Sandbox::kConsoleUserId), 0);
-  const elevator::ChannelPair pair = elevator::makeChannel();
+  const channel::ChannelPair pair = channel::makeChannel();
   ASSERT_EQ(::seteuid(0), 0);
   const auto startedFor = [&pair](const char* user) {
     return exitStatusOf(startElevator(pair.other.get(), [user] {
@@ -111,14 +110,14 @@ TEST_F(InheritanceTest, ItRefusesTheChannelOfAUserForWhomItWasNotStarted) {
   EXPECT_EQ(startedFor("4294967295"), 1);
 
   const pid_t child = startElevator(pair.other.get(), [] { ::setenv("PKEXEC_UID", "61001", 1); });
-  ASSERT_TRUE(elevator::send(pair.one.get(), *encoded(elevator::Request{Kind::hello, 1, {}})));
-  EXPECT_TRUE(elevator::waitReadable(pair.one.get(), std::chrono::seconds(10)));
+  ASSERT_TRUE(channel::send(pair.one.get(), *encoded(channel::Request{Kind::hello, 1, {}})));
+  EXPECT_TRUE(channel::waitReadable(pair.one.get(), std::chrono::seconds(10)));
   ::kill(child, SIGKILL);
   exitStatusOf(child);
 }
 
 TEST_F(InheritanceTest, ItRefusesAChannelThatItsParentDidNotMake) {
-  elevator::ChannelPair pair = elevator::makeChannel();
+  channel::ChannelPair pair = channel::makeChannel();
   // The parent of the elevator is the child here.
   const pid_t between = ::fork();
   if (between == 0) ::_exit(exitStatusOf(startElevator(pair.other.get(), nothing)));
@@ -131,7 +130,7 @@ struct Terminal {
     EXPECT_EQ(::grantpt(master.get()), 0);
     EXPECT_EQ(::unlockpt(master.get()), 0);
     path = ::ptsname(master.get());
-    slave = FileDescriptor(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    slave = posix::FileDescriptor(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   }
 
   // Returns when the terminal has seen the key, and so has sent its signal.
@@ -145,27 +144,27 @@ struct Terminal {
     })) << echo;
   }
 
-  FileDescriptor master;
-  FileDescriptor slave;
+  posix::FileDescriptor master;
+  posix::FileDescriptor slave;
   std::string path;
   std::string shown;
 };
 
 TEST_F(InheritanceTest, ATerminalThatItCannotLeaveEndsAndStopsItNot) {
-  elevator::ChannelPair pair = elevator::makeChannel();
+  channel::ChannelPair pair = channel::makeChannel();
   Terminal terminal;
   const pid_t child = startElevator(pair.other.get(), [&] {
     ::setsid();
     ::close(::open(terminal.path.c_str(), O_RDWR | O_CLOEXEC));
   });
-  pair.other = FileDescriptor();
+  pair.other = posix::FileDescriptor();
   ElevatorChannel channel(std::move(pair.one));
   ASSERT_EQ(channel.ask(Kind::hello, {}, 0).status, 0);
   terminal.press('\3', "^C");
   terminal.press('\34', "^\\");
   terminal.press('\32', "^Z");
   EXPECT_EQ(channel.ask(Kind::hello, {}, 0).status, 0);
-  terminal.master = FileDescriptor();
+  terminal.master = posix::FileDescriptor();
   EXPECT_EQ(channel.ask(Kind::hello, {}, 0).status, 0);
   channel.close();
   EXPECT_EQ(exitStatusOf(child), 0);
@@ -209,7 +208,7 @@ class AfterAMessTest : public InheritanceTest {
   void SetUp() override {
     InheritanceTest::SetUp();
     if (IsSkipped()) return;
-    elevator::ChannelPair pair = elevator::makeChannel();
+    channel::ChannelPair pair = channel::makeChannel();
     child_ = startElevator(pair.other.get(), makeAMess);
     channel_.emplace(std::move(pair.one));
   }

@@ -20,8 +20,8 @@
 #include <string>
 #include <vector>
 
-#include "elevator/Channel.h"
-#include "elevator/Messages.h"
+#include "channel/Messages.h"
+#include "channel/Packet.h"
 #include "platform/Privilege.h"
 #include "platform/linux/privilege/ElevatorChannel.h"
 #include "tests/support/HeldTool.h"
@@ -31,9 +31,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using elevator::Kind;
+using channel::Kind;
 using platform::ElevatorChannel;
-using platform::FileDescriptor;
 using test::HeldTool;
 using test::readFile;
 using test::Sandbox;
@@ -46,7 +45,7 @@ bool hasEnded(int channel) {
   return ::poll(&entry, 1, 10000) == 1 && (entry.revents & POLLHUP) != 0;
 }
 
-std::string readAll(const FileDescriptor& pipe) {
+std::string readAll(const posix::FileDescriptor& pipe) {
   std::string text;
   std::array<char, 4096> buffer{};
   for (ssize_t size = 0; (size = ::read(pipe.get(), buffer.data(), buffer.size())) > 0;) {
@@ -55,8 +54,8 @@ std::string readAll(const FileDescriptor& pipe) {
   return text;
 }
 
-elevator::TermStatus reportOn(const FileDescriptor& pipe) {
-  elevator::TermStatus status = -2;
+channel::TermStatus reportOn(const posix::FileDescriptor& pipe) {
+  channel::TermStatus status = -2;
   EXPECT_EQ(::read(pipe.get(), &status, sizeof status), static_cast<ssize_t>(sizeof status));
   return status;
 }
@@ -76,11 +75,11 @@ class ServerTest : public testing::Test {
     EXPECT_TRUE(ended_ || serverEnds());
   }
 
-  FileDescriptor startServer() {
-    elevator::ChannelPair pair = elevator::makeChannel();
+  posix::FileDescriptor startServer() {
+    channel::ChannelPair pair = channel::makeChannel();
     server_ = ::fork();
     if (server_ == 0) {
-      pair.one = FileDescriptor();
+      pair.one = posix::FileDescriptor();
       ::signal(SIGPIPE, SIG_IGN);
       elevator::Server(std::move(pair.other)).run();
       ::_exit(0);
@@ -101,10 +100,10 @@ class ServerTest : public testing::Test {
     return channel_.ask(Kind::runPiped, std::move(words), 2);
   }
   // Where the end of the tools on a path is reported.
-  FileDescriptor observed(const std::string& path) {
+  posix::FileDescriptor observed(const std::string& path) {
     auto answer = channel_.ask(Kind::observe, {path}, 1);
     EXPECT_EQ(answer.status, 0);
-    return answer.status == 0 ? std::move(answer.descriptors[0]) : FileDescriptor();
+    return answer.status == 0 ? std::move(answer.descriptors[0]) : posix::FileDescriptor();
   }
   ElevatorChannel::Answer runScript(const std::string& script) {
     return run({"/bin/sh", "-c", script});
@@ -136,7 +135,7 @@ TEST_F(ServerTest, ItTellsTheSignalThatEndedATool) {
 TEST_F(ServerTest, AToolThatCannotBeRunIsAnsweredWithTheReason) {
   EXPECT_EQ(run({"/no/tool"}).status, ENOENT);
   EXPECT_EQ(run({sandbox_.makeFile("mine")}).status, EACCES);
-  EXPECT_EQ(run({"/bin/true", std::string(elevator::kMaxWord + 1, 'x')}).status, E2BIG);
+  EXPECT_EQ(run({"/bin/true", std::string(channel::kMaxWord + 1, 'x')}).status, E2BIG);
   EXPECT_EQ(run({"/bin/true", std::string("a\0b", 3)}).status, EINVAL);
   EXPECT_EQ(run({"/bin/true"}).status, 0) << "and the channel goes on";
 }
@@ -224,7 +223,7 @@ TEST_F(ServerTest, ItStaysForThoseWhoWaitForAnEnd) {
 
 // --- Observers ---
 
-bool isReadable(const FileDescriptor& pipe) {
+bool isReadable(const posix::FileDescriptor& pipe) {
   pollfd entry{pipe.get(), POLLIN, 0};
   return ::poll(&entry, 1, 0) == 1;
 }
@@ -234,7 +233,7 @@ TEST_F(ServerTest, AnObserverLearnsWhenAllOnAPathHaveEndedAndHowTheLastDid) {
   const std::string app = sandbox_.makeDirectory("folder/A.app");
   EXPECT_EQ(run({"/bin/sh", "-c", held.script() + "exit 3", "sh", app + "/inside"}).status, 0);
   EXPECT_EQ(run({"/bin/sh", "-c", "exit 7", "sh", sandbox_.path("folder")}).status, 0);
-  const FileDescriptor report = observed(app);
+  const posix::FileDescriptor report = observed(app);
   EXPECT_FALSE(isReadable(report));
   held.release();
   EXPECT_EQ(reportOn(report), 7);
@@ -247,7 +246,7 @@ TEST_F(ServerTest, WhatHappensElsewhereDelaysNoObserver) {
   const HeldTool held(sandbox_);
   EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", "/no/such/A.app"}).status, 0);
   EXPECT_EQ(run({"/bin/false", "/no/such/B.app"}).status, 0);
-  const FileDescriptor report = observed("/no/such/C.app");
+  const posix::FileDescriptor report = observed("/no/such/C.app");
   EXPECT_TRUE(isReadable(report));
   EXPECT_EQ(reportOn(report), 0);
   held.release();
@@ -258,7 +257,7 @@ TEST_F(ServerTest, AnObserverFindsTheItemsThatALinkLeadsTo) {
   const std::string app = sandbox_.makeDirectory("folder/A.app");
   fs::create_directory_symlink(sandbox_.path("folder"), sandbox_.path("link"));
   EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", app}).status, 0);
-  const FileDescriptor report = observed(sandbox_.path("link/A.app"));
+  const posix::FileDescriptor report = observed(sandbox_.path("link/A.app"));
   EXPECT_FALSE(isReadable(report));
   held.release();
   EXPECT_EQ(reportOn(report), 0);
@@ -269,7 +268,7 @@ TEST_F(ServerTest, TheEndThatItsAskerIsToldIsWaitedForButDoesNotCount) {
   const std::string app = sandbox_.makeDirectory("A.app");
   EXPECT_EQ(run({"/bin/sh", "-c", "exit 2", "sh", app}).status, 0);
   auto piped = runPiped({"/bin/sh", "-c", held.script(), "sh", app});
-  const FileDescriptor report = observed(app);
+  const posix::FileDescriptor report = observed(app);
   EXPECT_FALSE(isReadable(report));
   held.release();
   EXPECT_EQ(reportOn(piped.descriptors[1]), 0);
@@ -294,7 +293,7 @@ TEST_F(ServerTest, AToolThatCannotBeStartedAfterAllHasFailed) {
   EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", path}).status, 0);
   std::ofstream(tool, std::ios::trunc) << "no program";
   EXPECT_EQ(run({tool, path}).status, 0);
-  const FileDescriptor report = observed(path);
+  const posix::FileDescriptor report = observed(path);
   held.release();
   EXPECT_EQ(reportOn(report), -1);
   fs::remove(tool);
@@ -304,11 +303,11 @@ TEST_F(ServerTest, ItStaysForObserversAfterEverybodyElseHasGone) {
   const HeldTool held(sandbox_);
   const std::string path = sandbox_.path("x");
   EXPECT_EQ(run({"/bin/sh", "-c", held.script() + "exit 6", "sh", path}).status, 0);
-  FileDescriptor report = observed(path);
+  posix::FileDescriptor report = observed(path);
   channel_.close();
   held.release();
   EXPECT_EQ(reportOn(report), 6);
-  report = FileDescriptor();
+  report = posix::FileDescriptor();
   EXPECT_TRUE(serverEnds());
 }
 
@@ -318,7 +317,7 @@ TEST_F(ServerTest, ThereIsAnEndToObservers) {
   const rlimit many{4096, 4096};
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &many), 0);
   EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", path}).status, 0);
-  std::vector<FileDescriptor> reports;
+  std::vector<posix::FileDescriptor> reports;
   ElevatorChannel::Answer answer;
   while ((answer = channel_.ask(Kind::observe, {path}, 1)).status == 0) {
     reports.push_back(std::move(answer.descriptors[0]));
@@ -326,7 +325,7 @@ TEST_F(ServerTest, ThereIsAnEndToObservers) {
   EXPECT_EQ(answer.status, EAGAIN);
   EXPECT_EQ(reports.size(), elevator::Jobs::kMostObservers);
   held.release();
-  for (const FileDescriptor& report : reports) EXPECT_EQ(reportOn(report), 0);
+  for (const posix::FileDescriptor& report : reports) EXPECT_EQ(reportOn(report), 0);
   EXPECT_EQ(reportOn(observed(path)), 0) << "and then there is room again";
 }
 
@@ -339,7 +338,7 @@ TEST_F(ServerTest, ManyObserversOfManyToolsHoldNothingUp) {
   const std::string path = sandbox_.path("x");
   EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", path}).status, 0);
   for (std::size_t i = 0; i < kMany; ++i) EXPECT_EQ(run({"/bin/true", path}).status, 0);
-  std::vector<FileDescriptor> reports;
+  std::vector<posix::FileDescriptor> reports;
   for (std::size_t i = 0; i < kMany; ++i) reports.push_back(observed(path));
   channel_.close();
   held.release();
@@ -396,7 +395,7 @@ TEST_F(ServerTest, ANewChannelWorksAndOutlivesTheFirst) {
 }
 
 TEST_F(ServerTest, ThereIsAnEndToNewChannels) {
-  std::vector<FileDescriptor> channels;
+  std::vector<posix::FileDescriptor> channels;
   ElevatorChannel::Answer answer;
   while ((answer = channel_.ask(Kind::newChannel, {}, 1)).status == 0) {
     channels.push_back(std::move(answer.descriptors[0]));
@@ -429,8 +428,8 @@ TEST_F(ServerTest, AChannelGoesWithTheProcessThatUsedItThoughAnotherHoldsItOpen)
   const pid_t user = ::fork();
   if (user == 0) {
     const std::string last =
-        *encoded(elevator::Request{Kind::run, 1, {"/bin/mkdir", sandbox_.path("made")}});
-    ::_exit(elevator::send(held, last) ? 0 : 1);
+        *encoded(channel::Request{Kind::run, 1, {"/bin/mkdir", sandbox_.path("made")}});
+    ::_exit(channel::send(held, last) ? 0 : 1);
   }
   int status = -1;
   ::waitpid(user, &status, 0);
@@ -447,10 +446,10 @@ TEST_F(ServerTest, WhatAProcessAskedForJustBeforeItsEndIsDone) {
   ::kill(server_, SIGSTOP);
   const pid_t user = ::fork();
   if (user == 0) {
-    const std::string hello = *encoded(elevator::Request{Kind::hello, 1, {}});
-    const std::string last = *encoded(elevator::Request{Kind::run, 2, {"/bin/mkdir", made}});
+    const std::string hello = *encoded(channel::Request{Kind::hello, 1, {}});
+    const std::string last = *encoded(channel::Request{Kind::run, 2, {"/bin/mkdir", made}});
     const int channel = channel_.socket();
-    ::_exit(elevator::send(channel, hello) && elevator::send(channel, last) ? 0 : 1);
+    ::_exit(channel::send(channel, hello) && channel::send(channel, last) ? 0 : 1);
   }
   int status = -1;
   ::waitpid(user, &status, 0);
@@ -466,14 +465,14 @@ class HostilePacketTest : public ServerTest {
     auto answer = channel_.ask(Kind::newChannel, {}, 1);
     ASSERT_EQ(answer.status, 0);
     const int victim = answer.descriptors[0].get();
-    ASSERT_TRUE(elevator::send(victim, packet, descriptors));
+    ASSERT_TRUE(channel::send(victim, packet, descriptors));
     EXPECT_TRUE(hasEnded(victim)) << packet.size();
     EXPECT_EQ(channel_.ask(Kind::hello, {}, 0).status, 0);
   }
 };
 
 TEST_F(HostilePacketTest, WhatIsNoRequestIsRefused) {
-  const std::string good = *encoded(elevator::Request{Kind::run, 1, {"/bin/true"}});
+  const std::string good = *encoded(channel::Request{Kind::run, 1, {"/bin/true"}});
   expectRefused("x");
   expectRefused(std::string(12, '\0'));
   expectRefused(good.substr(0, good.size() - 1));
@@ -481,24 +480,24 @@ TEST_F(HostilePacketTest, WhatIsNoRequestIsRefused) {
 }
 
 TEST_F(HostilePacketTest, AnOversizedPacketIsRefused) {
-  std::string packet = *encoded(elevator::Request{Kind::run, 1, {"/bin/true"}});
-  packet.resize(elevator::kMaxMessage + 1, 'x');
+  std::string packet = *encoded(channel::Request{Kind::run, 1, {"/bin/true"}});
+  packet.resize(channel::kMaxMessage + 1, 'x');
   packet.back() = '\0';
   expectRefused(packet);
 }
 
 TEST_F(HostilePacketTest, ForeignDescriptorsAreRefused) {
-  const std::string good = *encoded(elevator::Request{Kind::hello, 1, {}});
+  const std::string good = *encoded(channel::Request{Kind::hello, 1, {}});
   expectRefused(good, {STDERR_FILENO});
   expectRefused(good, {STDERR_FILENO, STDERR_FILENO});
 }
 
 TEST_F(HostilePacketTest, OneWhoTakesNoRepliesIsNotWaitedFor) {
   auto answer = channel_.ask(Kind::newChannel, {}, 1);
-  const std::string hello = *encoded(elevator::Request{Kind::hello, 1, {}});
+  const std::string hello = *encoded(channel::Request{Kind::hello, 1, {}});
   // More than its queue of replies can hold.
   EXPECT_TRUE(waitFor([&] {
-    while (elevator::send(answer.descriptors[0].get(), hello)) {
+    while (channel::send(answer.descriptors[0].get(), hello)) {
     }
     return errno == EPIPE || errno == ECONNRESET;
   }));
@@ -510,7 +509,7 @@ TEST_F(HostilePacketTest, OneWhoTakesNoRepliesIsNotWaitedFor) {
 class HostileElevatorTest : public testing::Test {
  protected:
   int statusAfter(const std::function<void(int)>& misbehave) {
-    elevator::ChannelPair pair = elevator::makeChannel();
+    channel::ChannelPair pair = channel::makeChannel();
     ElevatorChannel channel(std::move(pair.one));
     EXPECT_TRUE(channel.sendHello());
     misbehave(pair.other.get());
@@ -519,30 +518,30 @@ class HostileElevatorTest : public testing::Test {
 };
 
 TEST_F(HostileElevatorTest, OnlyTheExpectedAnswerIsBelieved) {
-  const std::string good = encoded(elevator::Reply{1, 0});
+  const std::string good = encoded(channel::Reply{1, 0});
   if (::getuid() == 0) {
-    EXPECT_EQ(statusAfter([&](int end) { elevator::send(end, good); }), 0);
+    EXPECT_EQ(statusAfter([&](int end) { channel::send(end, good); }), 0);
   }
   EXPECT_EQ(statusAfter([](int) {}), kLost) << "silence";
   EXPECT_EQ(statusAfter([](int end) { ::shutdown(end, SHUT_RDWR); }), kLost);
-  EXPECT_EQ(statusAfter([](int end) { elevator::send(end, "x"); }), kLost);
-  EXPECT_EQ(statusAfter([&](int end) { elevator::send(end, good + "x"); }), kLost);
+  EXPECT_EQ(statusAfter([](int end) { channel::send(end, "x"); }), kLost);
+  EXPECT_EQ(statusAfter([&](int end) { channel::send(end, good + "x"); }), kLost);
   EXPECT_EQ(statusAfter([](int end) {
-              elevator::send(end, encoded(elevator::Reply{2, 0}));
+              channel::send(end, encoded(channel::Reply{2, 0}));
             }),
             kLost)
       << "the answer to another question";
-  EXPECT_EQ(statusAfter([&](int end) { elevator::send(end, good, {STDERR_FILENO}); }), kLost)
+  EXPECT_EQ(statusAfter([&](int end) { channel::send(end, good, {STDERR_FILENO}); }), kLost)
       << "a descriptor that nobody asked for";
 }
 
 TEST_F(HostileElevatorTest, OneWhoIsNotRootIsNotBelieved) {
   if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
-  const std::string good = encoded(elevator::Reply{1, 0});
+  const std::string good = encoded(channel::Reply{1, 0});
   EXPECT_EQ(statusAfter([&](int end) {
               const pid_t pretender = ::fork();
               if (pretender == 0) {
-                ::_exit(::setuid(Sandbox::kOtherUserId) == 0 && elevator::send(end, good) ? 0 : 1);
+                ::_exit(::setuid(Sandbox::kOtherUserId) == 0 && channel::send(end, good) ? 0 : 1);
               }
               int status = -1;
               ::waitpid(pretender, &status, 0);

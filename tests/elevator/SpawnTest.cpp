@@ -14,16 +14,15 @@
 
 namespace {
 
-using platform::FileDescriptor;
 using test::Sandbox;
 
 // Every descriptor that this process may still have.
-std::vector<FileDescriptor> allDescriptors() {
+std::vector<posix::FileDescriptor> allDescriptors() {
   constexpr rlim_t kFew = 64;
   const rlimit few{kFew, kFew};
   EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-  std::vector<FileDescriptor> all;
-  while (FileDescriptor next{::open("/dev/null", O_RDONLY | O_CLOEXEC)}) {
+  std::vector<posix::FileDescriptor> all;
+  while (posix::FileDescriptor next{::open("/dev/null", O_RDONLY | O_CLOEXEC)}) {
     all.push_back(std::move(next));
   }
   return all;
@@ -36,8 +35,8 @@ TEST(SpawnTest, AToolThatCouldNotBeWaitedForIsNotStarted) {
   const elevator::Tool tool = elevator::openTool("/bin/mkdir");
   ASSERT_EQ(tool.status, 0);
   const std::size_t before = test::children();
-  FileDescriptor process;
-  std::vector<FileDescriptor> all = allDescriptors();
+  posix::FileDescriptor process;
+  std::vector<posix::FileDescriptor> all = allDescriptors();
   EXPECT_EQ(elevator::spawn(tool, {"/bin/mkdir", made}, {}, process), EMFILE);
   all.clear();
   EXPECT_EQ(test::children(), before) << "nothing runs of which nobody knows";

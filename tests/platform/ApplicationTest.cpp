@@ -132,7 +132,7 @@ TEST_P(ApplicationSignalTest, EndsTheApplicationUntilItOutlastsItsSession) {
 TEST_P(ApplicationSignalTest, DoesNotEndAnApplicationThatOutlastsItsSession) {
   EXPECT_EXIT(std::exit(runWith([] {
                 std::thread([] {
-                  outlastSession();
+                  ignoreTerminationRequests();
                   ::kill(::getpid(), GetParam());
                   perform([] { say("goes on"); }, Wait::untilDone);
                   terminate();
@@ -143,7 +143,7 @@ TEST_P(ApplicationSignalTest, DoesNotEndAnApplicationThatOutlastsItsSession) {
 
 TEST_P(ApplicationSignalTest, EndsTheChildProgramsOfAnApplicationThatOutlastsItsSession) {
   runWith([] {
-    outlastSession();
+    ignoreTerminationRequests();
     const auto task = Task::create();
     task->setLaunchPath("/bin/sh");
     task->setArguments({"-c", "kill -" + std::to_string(GetParam()) + " $$; exit 0"});

@@ -16,7 +16,7 @@
 
 #include "platform/DetachedThread.h"
 #include "platform/ProcessInfo.h"
-#include "platform/linux/processes/QuietThread.h"
+#include "platform/linux/processes/SignalMaskedThread.h"
 #include "tests/support/ExhaustStack.h"
 #include "tests/support/Sandbox.h"
 
@@ -120,7 +120,7 @@ TEST_F(CrashLogTest, AQuietThreadThatExhaustsItsStackLeavesALog) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer handles SIGSEGV itself";
   EXPECT_EQ(signalOf([&] {
               crash_log::installWriter(folder);
-              platform::startQuietThread([] { test::exhaustStack(); }).join();
+              platform::startSignalMaskedThread([] { test::exhaustStack(); }).join();
             }),
             SIGSEGV);
   EXPECT_EQ(namesIn(folder).size(), 1U);

@@ -1,4 +1,4 @@
-#include "platform/linux/authenticator/Credentials.h"
+#include "platform/linux/agent/Credentials.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -9,12 +9,11 @@
 #include <string>
 #include <utility>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace {
 
-using authenticator::Credentials;
-using platform::FileDescriptor;
+using authentication_agent::Credentials;
 
 class CredentialsTest : public testing::Test {
  protected:
@@ -22,8 +21,8 @@ class CredentialsTest : public testing::Test {
   std::optional<std::pair<std::string, std::string>> readOf(const std::string& bytes) {
     std::array<int, 2> ends{};
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-    receiving_ = FileDescriptor(ends[0]);
-    const FileDescriptor sending(ends[1]);
+    receiving_ = posix::FileDescriptor(ends[0]);
+    const posix::FileDescriptor sending(ends[1]);
     EXPECT_EQ(::send(sending.get(), bytes.data(), bytes.size(), 0),
               static_cast<ssize_t>(bytes.size()));
     ::shutdown(sending.get(), SHUT_WR);
@@ -32,7 +31,7 @@ class CredentialsTest : public testing::Test {
     return std::pair(credentials.userName, credentials.password);
   }
 
-  FileDescriptor receiving_;
+  posix::FileDescriptor receiving_;
 };
 
 std::string message(const std::string& name, const std::string& password) {

@@ -25,8 +25,8 @@
 #include <thread>
 #include <vector>
 
-#include "elevator/Channel.h"
-#include "elevator/Messages.h"
+#include "channel/Messages.h"
+#include "channel/Packet.h"
 #include "tests/support/ChildProgram.h"
 #include "tests/support/Polkit.h"
 #include "tests/support/ProcessState.h"
@@ -207,7 +207,8 @@ TEST_F(PrivilegeTest, APasswordAnswersForNobodyButTheProcessThatHandedItOver) {
   asUser([] {
     std::array<int, 2> ends{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-    const fs::path program = fs::read_symlink("/proc/self/exe").replace_filename("authenticator");
+    const fs::path program =
+        fs::read_symlink("/proc/self/exe").replace_filename("authentication-agent");
     const pid_t otherParent = ::fork();
     if (otherParent == 0) {
       ::close(ends[0]);
@@ -477,7 +478,7 @@ TEST_F(PrivilegeTest, AChildThatWasForkedCannotUseTheChannel) {
 
 // Makes a channel known to this process as a parent would.
 void handDown(int channel) {
-  ::setenv(elevator::kChannelVariable, std::to_string(channel).c_str(), 1);
+  ::setenv(channel::kChannelVariable, std::to_string(channel).c_str(), 1);
 }
 
 TEST_F(PrivilegeTest, WithoutAHandedDownSessionThereIsNone) {
@@ -486,7 +487,7 @@ TEST_F(PrivilegeTest, WithoutAHandedDownSessionThereIsNone) {
 
 TEST_F(PrivilegeTest, WhatIsNoChannelIsNotTouched) {
   for (const char* value : {"", "x", "-1", "1x", "99999999999", "200"}) {
-    ::setenv(elevator::kChannelVariable, value, 1);
+    ::setenv(channel::kChannelVariable, value, 1);
     const pid_t child = ::fork();
     if (child == 0) ::_exit(Session::inherited() == nullptr ? 0 : 1);
     EXPECT_TRUE(passed(child)) << value;
@@ -495,17 +496,17 @@ TEST_F(PrivilegeTest, WhatIsNoChannelIsNotTouched) {
   handDown(file);
   EXPECT_EQ(Session::inherited(), nullptr);
   EXPECT_GE(::fcntl(file, F_GETFD), 0) << "it is somebody else's";
-  EXPECT_EQ(std::getenv(elevator::kChannelVariable), nullptr);
+  EXPECT_EQ(std::getenv(channel::kChannelVariable), nullptr);
 }
 
 TEST_F(PrivilegeTest, APretenderWhoIsNotRootHandsNothingDown) {
-  elevator::ChannelPair pair = elevator::makeChannel();
+  channel::ChannelPair pair = channel::makeChannel();
   const pid_t pretender = startAs(sandbox_, kUser, [&pair] {
-    EXPECT_TRUE(elevator::waitReadable(pair.other.get(), std::chrono::seconds(10)));
-    const auto packet = elevator::receive(pair.other.get(), 0);
-    const auto request = elevator::parseRequest(packet.bytes);
+    EXPECT_TRUE(channel::waitReadable(pair.other.get(), std::chrono::seconds(10)));
+    const auto packet = channel::receive(pair.other.get(), 0);
+    const auto request = channel::parseRequest(packet.bytes);
     ASSERT_TRUE(request);
-    EXPECT_TRUE(elevator::send(pair.other.get(), encoded(elevator::Reply{request->id, 0})));
+    EXPECT_TRUE(channel::send(pair.other.get(), encoded(channel::Reply{request->id, 0})));
   });
   handDown(pair.one.get());
   EXPECT_EQ(Session::inherited(), nullptr);
@@ -513,7 +514,7 @@ TEST_F(PrivilegeTest, APretenderWhoIsNotRootHandsNothingDown) {
 }
 
 TEST_F(PrivilegeTest, AParentThatDoesNotAnswerCostsASecond) {
-  const elevator::ChannelPair pair = elevator::makeChannel();
+  const channel::ChannelPair pair = channel::makeChannel();
   handDown(pair.one.get());
   EXPECT_LT(secondsOf([] { EXPECT_EQ(Session::inherited(), nullptr); }), 2);
 }
@@ -526,7 +527,7 @@ int runChild(Session& session, const std::string& test) {
 
 TEST(PrivilegeTestChild, DISABLED_UsesTheInheritedSession) {
   privilege::protectProcess();
-  EXPECT_EQ(std::getenv(elevator::kChannelVariable), nullptr);
+  EXPECT_EQ(std::getenv(channel::kChannelVariable), nullptr);
   EXPECT_EQ(fs::read_symlink("/proc/self/fd/0"), "/dev/null");
   // No program that is started now has the channel.
   EXPECT_EQ(std::system("[ $(ls /proc/self/fd | wc -l) -eq 4 ] && [ -z \"$QV_ELEVATOR_CHANNEL\" ]"),

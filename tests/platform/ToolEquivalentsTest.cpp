@@ -1,4 +1,4 @@
-#include "platform/linux/processes/ToolEquivalents.h"
+#include "platform/linux/tasks/ToolEquivalents.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,7 +31,7 @@ TEST(ToolEquivalentsTest, ToolsThatAreMissingHereHaveEquivalentsThatCanBeLaunche
     EXPECT_NE(resolvedTool(path), path);
     EXPECT_TRUE(Task::canLaunch(path)) << path;
   }
-  EXPECT_THAT(resolvedTool("/usr/bin/hdiutil"), EndsWith("/followup"));
+  EXPECT_THAT(resolvedTool("/usr/bin/hdiutil"), EndsWith("/session-helper"));
   EXPECT_THAT(resolvedTool("/usr/bin/ditto"), EndsWith("/archiver"));
   EXPECT_THAT(resolvedTool("/usr/sbin/chown"), AnyOf("/usr/bin/chown", "/bin/chown"));
 }

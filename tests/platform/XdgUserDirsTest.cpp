@@ -1,4 +1,4 @@
-#include "platform/linux/people/XdgUserDirs.h"
+#include "platform/linux/users/XdgUserDirs.h"
 
 #include <gtest/gtest.h>
 

@@ -177,7 +177,7 @@ int main(int argc, char** argv) {
   if (way == kWays.end()) return 64;
   if (std::getenv("TAKE_ABORT") != nullptr) takeAbort();
   if (std::getenv("UNDUMPABLE") != nullptr) ::prctl(PR_SET_DUMPABLE, 0);
-  crash::install({.folder = platform::FileDescriptor(::open(argv[1], O_PATH | O_DIRECTORY)),
+  crash::install({.folder = posix::FileDescriptor(::open(argv[1], O_PATH | O_DIRECTORY)),
                   .nameStart = "Crash Probe_",
                   .nameEnd = "_host.crash",
                   .header = "Process:         CrashProbe\n",

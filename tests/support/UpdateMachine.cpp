@@ -182,8 +182,8 @@ int UpdateMachine::waitForEnd() {
 // static
 std::vector<std::string> UpdateMachine::programsThatRun() {
   std::vector<std::string> running;
-  for (const char* name : {"QVUpdateHelper", "followup", "authenticator", "qv-elevator", "pkexec",
-                           "QuorvaleUpdater", "cp", "mv", "killall"}) {
+  for (const char* name : {"QVUpdateHelper", "session-helper", "authentication-agent",
+                           "qv-elevator", "pkexec", "QuorvaleUpdater", "cp", "mv", "killall"}) {
     if (processNamed(name) != 0) running.emplace_back(name);
   }
   return running;

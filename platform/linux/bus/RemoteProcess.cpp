@@ -51,11 +51,11 @@ std::string request(const char* verb, const std::string& subject,
 
 // static
 std::unique_ptr<RemoteObject> RemoteProcess::lookUp(const std::string& name) {
-  const auto program = Bundle::main().auxiliaryPath("followup");
+  const auto program = Bundle::main().auxiliaryPath("session-helper");
   int ends[2];
   if (!program || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return nullptr;
-  FileDescriptor ours(ends[0]);
-  const FileDescriptor theirs(ends[1]);
+  posix::FileDescriptor ours(ends[0]);
+  const posix::FileDescriptor theirs(ends[1]);
   ChildProgram child;
   child.path = *program;
   child.arguments = {*program, "remote"};
@@ -71,7 +71,7 @@ std::unique_ptr<RemoteObject> RemoteProcess::lookUp(const std::string& name) {
   return object;
 }
 
-RemoteProcess::RemoteProcess(std::unique_ptr<ChildProcess> child, FileDescriptor socket)
+RemoteProcess::RemoteProcess(std::unique_ptr<ChildProcess> child, posix::FileDescriptor socket)
     : child_(std::move(child)), socket_(std::move(socket)) {}
 
 void RemoteProcess::setProtocol(const std::string& protocol) {

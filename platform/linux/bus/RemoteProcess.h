@@ -5,8 +5,8 @@
 #include <string>
 
 #include "platform/RemoteObject.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/processes/ChildProcess.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -25,14 +25,14 @@ class RemoteProcess : public RemoteObject {
   void perform(const std::string& message, const std::vector<PropertyList>& arguments) override;
 
  private:
-  RemoteProcess(std::unique_ptr<ChildProcess> child, FileDescriptor socket);
+  RemoteProcess(std::unique_ptr<ChildProcess> child, posix::FileDescriptor socket);
   // Sends the child a request and answers its yes or no; raises what the child raised.
   bool ask(const char* verb, const std::string& subject,
            const std::vector<PropertyList>& arguments = {});
 
   // The child ends when the socket closes, and is then collected in the background.
   const std::unique_ptr<ChildProcess> child_;
-  const FileDescriptor socket_;
+  const posix::FileDescriptor socket_;
 };
 
 }  // namespace platform

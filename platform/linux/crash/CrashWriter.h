@@ -3,14 +3,14 @@
 #include <chrono>
 #include <string>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform::crash {
 
 // What a crash log says and needs that is known beforehand.
 struct Preparation {
   // Where it is written.
-  FileDescriptor folder;
+  posix::FileDescriptor folder;
   // The file's name is <nameStart><date><nameEnd>.
   std::string nameStart;
   std::string nameEnd;

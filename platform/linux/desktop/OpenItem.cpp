@@ -4,7 +4,7 @@
 #include "platform/Text.h"
 #include "platform/Workspace.h"
 #include "platform/linux/desktop/DesktopEntry.h"
-#include "platform/linux/desktop/Followup.h"
+#include "platform/linux/tasks/SessionHelper.h"
 
 namespace platform::workspace {
 namespace {
@@ -31,17 +31,18 @@ bool isAbsolute(const std::string& path) {
 
 bool open(const std::string& path) {
   if (!isAbsolute(path)) return false;
-  if (const auto held = followup::heldBack({"open", path}, {path})) return *held;
+  if (const auto held = session_helper::heldBack({"open", path}, {path})) return *held;
   if (!file_system::exists(path)) return false;
   const std::optional<Bundle> bundle = Bundle::at(path);
-  if (!bundle || !isApplication(path, *bundle)) return followup::run({"open-file", path});
+  if (!bundle || !isApplication(path, *bundle)) return session_helper::run({"open-file", path});
   const std::vector<std::string> command = commandOf(*bundle);
-  return !command.empty() && followup::run(command);
+  return !command.empty() && session_helper::run(command);
 }
 
 bool openWithApplication(const std::string& path, const std::string& bundlePath) {
   if (!isAbsolute(path) || !isAbsolute(bundlePath)) return false;
-  if (const auto held = followup::heldBack({"open-with", bundlePath, path}, {bundlePath, path})) {
+  if (const auto held =
+          session_helper::heldBack({"open-with", bundlePath, path}, {bundlePath, path})) {
     return *held;
   }
   if (!file_system::exists(path) || !file_system::exists(bundlePath)) return false;
@@ -49,14 +50,14 @@ bool openWithApplication(const std::string& path, const std::string& bundlePath)
   std::vector<std::string> command = bundle ? commandOf(*bundle) : std::vector<std::string>{};
   if (command.empty()) return false;
   command.push_back(path);
-  return followup::run(command);
+  return session_helper::run(command);
 }
 
 bool openWithBundleIdentifier(const std::string& path, const std::string& identifier) {
   if (!isAbsolute(path) || !desktop_entry::isFileNameSafe(identifier)) return false;
   const std::vector<std::string> verb = {"open-file-with", identifier, path};
-  if (const auto held = followup::heldBack(verb, {path})) return *held;
-  return file_system::exists(path) && followup::run(verb);
+  if (const auto held = session_helper::heldBack(verb, {path})) return *held;
+  return file_system::exists(path) && session_helper::run(verb);
 }
 
 }  // namespace platform::workspace

@@ -12,7 +12,7 @@
 #include "platform/Task.h"
 #include "platform/Workspace.h"
 #include "platform/linux/desktop/DesktopEntry.h"
-#include "platform/linux/desktop/Followup.h"
+#include "platform/linux/tasks/SessionHelper.h"
 
 namespace platform::workspace {
 namespace {
@@ -64,7 +64,8 @@ bool writeEntry(const std::string& file, const std::string& entry) {
 
 bool registerApplication(const std::string& bundlePath) {
   if (!bundlePath.starts_with('/')) return false;
-  if (const auto held = followup::heldBack({"register", bundlePath}, {bundlePath})) return *held;
+  if (const auto held = session_helper::heldBack({"register", bundlePath}, {bundlePath}))
+    return *held;
   const std::optional<Bundle> bundle = Bundle::at(bundlePath);
   if (!bundle) return false;
   const auto application = desktop_entry::describing(*bundle);

@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <limits>
 
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/files/CopyContents.h"
 #include "platform/linux/files/OpenSource.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 namespace {
@@ -27,11 +27,11 @@ class EntryCopy {
   int run();
 
  private:
-  int copyFile(const FileDescriptor& in, const struct stat& status);
-  int copyNewFile(const FileDescriptor& in, const struct stat& status);
+  int copyFile(const posix::FileDescriptor& in, const struct stat& status);
+  int copyNewFile(const posix::FileDescriptor& in, const struct stat& status);
   void countLinked(const struct stat& status) const;
   int copySpecial();
-  int makeSpecial(const FileDescriptor& in, const struct stat& status);
+  int makeSpecial(const posix::FileDescriptor& in, const struct stat& status);
   template <class Copy>
   int copyOncePerGroup(const struct stat& status, Copy copy);
   mode_t creationMode(const struct stat& status) const;
@@ -45,7 +45,7 @@ class EntryCopy {
 
 int EntryCopy::run() {
   if (!places_.file) return copySpecial();
-  const FileDescriptor in = openSource(places_.sourceFolder, places_.sourceName, context_);
+  const posix::FileDescriptor in = openSource(places_.sourceFolder, places_.sourceName, context_);
   if (!in) return errno == ELOOP || errno == ENXIO ? copySpecial() : errno;
   struct stat status {};
   if (::fstat(in.get(), &status) != 0) return errno;
@@ -72,7 +72,7 @@ void EntryCopy::countLinked(const struct stat& status) const {
                       places_.sourceName);
 }
 
-int EntryCopy::copyFile(const FileDescriptor& in, const struct stat& status) {
+int EntryCopy::copyFile(const posix::FileDescriptor& in, const struct stat& status) {
   return copyOncePerGroup(status, [&] { return copyNewFile(in, status); });
 }
 
@@ -91,10 +91,11 @@ Ownership EntryCopy::ownershipOf(int item) const {
   return {status.st_uid, status.st_gid};
 }
 
-int EntryCopy::copyNewFile(const FileDescriptor& in, const struct stat& status) {
+int EntryCopy::copyNewFile(const posix::FileDescriptor& in, const struct stat& status) {
   const mode_t mode = creationMode(status);
-  const FileDescriptor out(::openat(places_.targetFolder, places_.targetName.c_str(),
-                                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+  const posix::FileDescriptor out(::openat(places_.targetFolder, places_.targetName.c_str(),
+                                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                           mode));
   if (!out) return errno;
   if (made_ == nullptr) dropInheritedAccessLists(out.get());
   if (const int error = copyContents({in.get(), out.get(), status, places_}, context_);
@@ -106,7 +107,7 @@ int EntryCopy::copyNewFile(const FileDescriptor& in, const struct stat& status) 
 }
 
 int EntryCopy::copySpecial() {
-  const FileDescriptor in(
+  const posix::FileDescriptor in(
       ::openat(places_.sourceFolder, places_.sourceName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (!in || ::fstat(in.get(), &status) != 0) return errno;
@@ -115,7 +116,7 @@ int EntryCopy::copySpecial() {
   return copyOncePerGroup(status, [&] { return makeSpecial(in, status); });
 }
 
-int makeLink(const FileDescriptor& in, const EntryPlaces& places, off_t size) {
+int makeLink(const posix::FileDescriptor& in, const EntryPlaces& places, off_t size) {
   std::string target(static_cast<std::size_t>(size) + 1, '\0');
   ssize_t length = 0;
   while ((length = ::readlinkat(in.get(), "", target.data(), target.size())) ==
@@ -128,14 +129,14 @@ int makeLink(const FileDescriptor& in, const EntryPlaces& places, off_t size) {
                                                                                           : errno;
 }
 
-int EntryCopy::makeSpecial(const FileDescriptor& in, const struct stat& status) {
+int EntryCopy::makeSpecial(const posix::FileDescriptor& in, const struct stat& status) {
   if (S_ISLNK(status.st_mode)) {
     if (const int error = makeLink(in, places_, status.st_size); error != 0) return error;
   } else if (::mknodat(places_.targetFolder, places_.targetName.c_str(),
                        (status.st_mode & S_IFMT) | kPrivate, status.st_rdev) != 0) {
     return errno;
   }
-  const FileDescriptor out(
+  const posix::FileDescriptor out(
       ::openat(places_.targetFolder, places_.targetName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!out) return errno;
   return copyPlaceAttributes(in.get(), out.get(), status, ownershipOf(out.get()), context_);

@@ -20,11 +20,11 @@ bool isSame(const struct stat& one, const struct stat& other) {
 
 // Whether `folder` is the directory `item` or somewhere below it.
 bool isWithin(int folder, const struct stat& item) {
-  FileDescriptor current(::openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  posix::FileDescriptor current(::openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat status {};
   while (current && ::fstat(current.get(), &status) == 0) {
     if (isSame(status, item)) return true;
-    FileDescriptor parent(::openat(current.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    posix::FileDescriptor parent(::openat(current.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat above {};
     if (!parent || ::fstat(parent.get(), &above) != 0 || isSame(above, status)) return false;
     current = std::move(parent);
@@ -94,7 +94,7 @@ Status StagedCopy::copy(const Location& source, file_system::CopyObserver* obser
 }
 
 Status StagedCopy::sync() const {
-  const FileDescriptor folder(
+  const posix::FileDescriptor folder(
       ::openat(staged_.descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return folder && ::syncfs(folder.get()) == 0 ? Status() : statusFromErrno(errno);
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/linux/processes/QuietThread.h"
+#include "platform/linux/processes/SignalMaskedThread.h"
 
 namespace platform {
 namespace {
@@ -57,7 +57,7 @@ void CopyQueue::finish() {
 
 // Without a further thread the work is done by those there are.
 void CopyQueue::startThread() {
-  std::thread thread = startQuietThread([this] { runThread(); });
+  std::thread thread = startSignalMaskedThread([this] { runThread(); });
   if (thread.joinable()) threads_.push_back(std::move(thread));
 }
 

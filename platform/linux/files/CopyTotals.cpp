@@ -97,7 +97,7 @@ void CountingWalk::walk() {
 
 // Nothing happens where there is no folder, or none that may be read.
 void CountingWalk::enter(int folder, const std::string& name) {
-  FileDescriptor directory(
+  posix::FileDescriptor directory(
       ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!directory) return;
   chain_.push(std::move(directory));

@@ -142,8 +142,9 @@ bool TreeCopier::isTarget(const struct stat& status) const {
 
 bool TreeCopier::enter(int sourceFolder, const std::string& sourceName, int targetFolder,
                        const std::string& targetName) {
-  FileDescriptor source(::openat(sourceFolder, sourceName.c_str(),
-                                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  posix::FileDescriptor source(
+      ::openat(sourceFolder, sourceName.c_str(),
+               O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat wanted {};
   if (!source || ::fstat(source.get(), &wanted) != 0) {
     return context_.fail(errno, sourceFolder, sourceName);
@@ -155,7 +156,7 @@ bool TreeCopier::enter(int sourceFolder, const std::string& sourceName, int targ
   if (::mkdirat(targetFolder, targetName.c_str(), S_IRWXU) != 0) {
     return context_.fail(errno, targetFolder, targetName);
   }
-  FileDescriptor target(
+  posix::FileDescriptor target(
       ::openat(targetFolder, targetName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat made {};
   if (!target || ::fstat(target.get(), &made) != 0) {

@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/linux/processes/QuietThread.h"
+#include "platform/linux/processes/SignalMaskedThread.h"
 
 namespace platform {
 
@@ -19,7 +19,7 @@ CountBesideCopy::~CountBesideCopy() {
 // Without a further thread the work is done by the one there is.
 void CountBesideCopy::begin() {
   if (begun_.exchange(true)) return;
-  thread_ = startQuietThread([this] { count(); });
+  thread_ = startSignalMaskedThread([this] { count(); });
   if (!thread_.joinable()) count();
 }
 

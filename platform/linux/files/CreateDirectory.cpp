@@ -3,7 +3,7 @@
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
 #include "platform/linux/SystemError.h"
-#include "platform/linux/people/ConsoleHome.h"
+#include "platform/linux/users/ConsoleHome.h"
 
 namespace platform::file_system {
 namespace {

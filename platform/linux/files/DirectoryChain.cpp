@@ -10,8 +10,8 @@ constexpr std::size_t kKeptOpen = 32;
 
 }  // namespace
 
-void DirectoryChain::push(FileDescriptor directory) {
-  links_.push_back({std::make_shared<const FileDescriptor>(std::move(directory)), 0, 0});
+void DirectoryChain::push(posix::FileDescriptor directory) {
+  links_.push_back({std::make_shared<const posix::FileDescriptor>(std::move(directory)), 0, 0});
   if (links_.size() > kKeptOpen) close(links_[links_.size() - 1 - kKeptOpen]);
 }
 
@@ -33,11 +33,11 @@ void DirectoryChain::close(Link& link) {
 
 // static
 int DirectoryChain::reopen(Link& link, int child) {
-  FileDescriptor parent(::openat(child, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  posix::FileDescriptor parent(::openat(child, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   struct stat status {};
   if (!parent || ::fstat(parent.get(), &status) != 0) return errno;
   if (status.st_dev != link.device || status.st_ino != link.inode) return ESTALE;
-  link.directory = std::make_shared<const FileDescriptor>(std::move(parent));
+  link.directory = std::make_shared<const posix::FileDescriptor>(std::move(parent));
   return 0;
 }
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -17,12 +17,12 @@ namespace platform {
 class DirectoryChain {
  public:
   // Shared, because work on a directory may still be going on when the walk has left it.
-  using Directory = std::shared_ptr<const FileDescriptor>;
+  using Directory = std::shared_ptr<const posix::FileDescriptor>;
 
   const Directory& top() const { return links_.back().directory; }
   std::size_t depth() const noexcept { return links_.size(); }
 
-  void push(FileDescriptor directory);
+  void push(posix::FileDescriptor directory);
 
   // Leaves the top directory. 0, or an error number: ESTALE when the tree was moved about so that
   // the directory above is not the one that it was.

@@ -5,9 +5,9 @@
 
 #include "platform/FileSystem.h"
 #include "platform/Wildcard.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/files/DirectoryReader.h"
 #include "platform/linux/files/SortedNames.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform::file_system {
 namespace {
@@ -34,7 +34,7 @@ Kind kindAt(const std::string& folder, std::string_view name, unsigned char type
 
 template <typename Wanted>
 std::optional<SortedNames> names(const std::string& path, Wanted isWanted) {
-  const FileDescriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const posix::FileDescriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return std::nullopt;
   DirectoryReader reader(directory.get());
   SortedNames found;

@@ -15,7 +15,7 @@
 #include "platform/linux/files/CopyProgress.h"
 #include "platform/linux/files/CountBesideCopy.h"
 #include "platform/linux/loop/MainLoop.h"
-#include "platform/linux/processes/QuietThread.h"
+#include "platform/linux/processes/SignalMaskedThread.h"
 
 namespace platform {
 namespace {
@@ -118,7 +118,7 @@ Status BackgroundCopy::start() {
   const auto self = shared_from_this();
   endOfApplication_ = application::addTerminationObserver([self] { self->endWithApplication(); });
   std::thread thread;
-  if (!main_loop::isClosed()) thread = startQuietThread([self] { self->run(); });
+  if (!main_loop::isClosed()) thread = startSignalMaskedThread([self] { self->run(); });
   if (thread.joinable()) {
     thread.detach();
     return {};

@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 namespace {
@@ -17,10 +17,10 @@ constexpr auto kBetweenAttempts = 2ms;
 
 class DescriptorLock : public FolderLock {
  public:
-  explicit DescriptorLock(FileDescriptor folder) : folder_(std::move(folder)) {}
+  explicit DescriptorLock(posix::FileDescriptor folder) : folder_(std::move(folder)) {}
 
  private:
-  FileDescriptor folder_;
+  posix::FileDescriptor folder_;
 };
 
 // flock(2) cannot wait with a limit.
@@ -39,7 +39,7 @@ bool lockWithin(int descriptor, std::chrono::milliseconds limit) {
 // static
 std::unique_ptr<FolderLock> FolderLock::acquire(const std::string& folder,
                                                 std::chrono::milliseconds limit) {
-  FileDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  posix::FileDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor || !lockWithin(descriptor.get(), limit)) return nullptr;
   return std::make_unique<DescriptorLock>(std::move(descriptor));
 }

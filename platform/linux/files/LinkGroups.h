@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -34,8 +34,8 @@ class LinkGroups {
 
   const int root_;
   std::once_flag once_;
-  std::string name_;        // written once, under once_
-  FileDescriptor staging_;  // likewise
+  std::string name_;               // written once, under once_
+  posix::FileDescriptor staging_;  // likewise
 };
 
 }  // namespace platform

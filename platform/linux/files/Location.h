@@ -2,14 +2,14 @@
 
 #include <string>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
 // An item as the folder that holds it, pinned by a descriptor, and its name there. What is done by
 // these two hits that folder and no other, whatever becomes of the path meanwhile.
 struct Location {
-  FileDescriptor folder;
+  posix::FileDescriptor folder;
   std::string name;
 
   explicit operator bool() const noexcept { return static_cast<bool>(folder); }

@@ -20,16 +20,16 @@ std::chrono::seconds leaseLimit() {
   return std::chrono::seconds(std::strtol(text.value_or("45").c_str(), nullptr, 10) + 1);
 }
 
-FileDescriptor openNow(int folder, const std::string& name) {
-  return FileDescriptor(
+posix::FileDescriptor openNow(int folder, const std::string& name) {
+  return posix::FileDescriptor(
       ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
 }  // namespace
 
-FileDescriptor openSource(int folder, const std::string& name, CopyContext& context) {
+posix::FileDescriptor openSource(int folder, const std::string& name, CopyContext& context) {
   using Clock = std::chrono::steady_clock;
-  FileDescriptor file = openNow(folder, name);
+  posix::FileDescriptor file = openNow(folder, name);
   if (file || errno != EWOULDBLOCK) return file;
   // Only asking again without waiting never hangs at a pipe that takes the file's place.
   for (const auto end = Clock::now() + leaseLimit(); Clock::now() < end && !context.stopped();) {

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "platform/FileSystem.h"
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform::file_system {
 namespace {
@@ -13,8 +13,8 @@ namespace {
 constexpr std::size_t kFirstChunk = 4096;
 
 // O_NONBLOCK: opening a pipe that nobody writes to must not hang.
-FileDescriptor openRegularFile(const std::string& path) {
-  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+posix::FileDescriptor openRegularFile(const std::string& path) {
+  posix::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
   return file;
@@ -23,7 +23,7 @@ FileDescriptor openRegularFile(const std::string& path) {
 }  // namespace
 
 std::optional<std::string> read(const std::string& path, std::uint64_t limit) {
-  const FileDescriptor file = openRegularFile(path);
+  const posix::FileDescriptor file = openRegularFile(path);
   if (!file) return std::nullopt;
   std::string contents;
   std::size_t used = 0;

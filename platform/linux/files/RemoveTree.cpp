@@ -22,18 +22,18 @@ constexpr std::size_t kMaxPendingFolders = 16384;
 constexpr int kMaxSweeps = 64;
 
 // Opens the directory itself, not across a mount point, which gives EBUSY.
-FileDescriptor openBelow(int folder, const char* name) {
+posix::FileDescriptor openBelow(int folder, const char* name) {
   open_how how{};
   how.flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   how.resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
-  FileDescriptor directory(
+  posix::FileDescriptor directory(
       static_cast<int>(::syscall(SYS_openat2, folder, name, &how, sizeof how)));
   if (!directory && errno == EXDEV) errno = EBUSY;
   return directory;
 }
 
 void givePermissions(int folder, const char* name) {
-  const FileDescriptor item(::openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const posix::FileDescriptor item(::openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   const std::string path = "/proc/self/fd/" + std::to_string(item.get());
   if (item) ::chmod(path.c_str(), S_IRWXU);
 }
@@ -89,7 +89,7 @@ bool TreeRemover::step() {
 }
 
 bool TreeRemover::enter(int folder, std::string name) {
-  FileDescriptor directory = openBelow(folder, name.c_str());
+  posix::FileDescriptor directory = openBelow(folder, name.c_str());
   if (!directory && errno == EACCES && lockedFolders_ == LockedFolders::open) {
     givePermissions(folder, name.c_str());
     directory = openBelow(folder, name.c_str());

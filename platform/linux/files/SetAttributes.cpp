@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 
 #include "platform/FileSystem.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/SystemError.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform::file_system {
 namespace {
@@ -15,7 +15,7 @@ constexpr std::uint32_t kPermissionBits = 07777;
 
 // 0 or an error number. Only files and folders are opened: opening a device may do something.
 int changeImmutableFlag(const std::string& path, bool immutable) {
-  const FileDescriptor item(
+  const posix::FileDescriptor item(
       ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
   if (!item) return errno;
   int flags = 0;

@@ -28,8 +28,9 @@ unsigned char typeOf(int folder, const std::string& name, unsigned char type) {
   return static_cast<unsigned char>(IFTODT(status.st_mode));
 }
 
-FileDescriptor openDirectory(int folder, const std::string& name, int flags) {
-  return FileDescriptor(::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags));
+posix::FileDescriptor openDirectory(int folder, const std::string& name, int flags) {
+  return posix::FileDescriptor(
+      ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags));
 }
 
 // What is shared by the walks through a tree and through the folders that its links lead to.
@@ -43,7 +44,7 @@ class SizeWalk {
  public:
   explicit SizeWalk(Links& links) : links_(links) {}
 
-  std::uint64_t sizeOf(FileDescriptor root);
+  std::uint64_t sizeOf(posix::FileDescriptor root);
 
  private:
   struct Level {
@@ -51,7 +52,7 @@ class SizeWalk {
     std::vector<std::string> folders;  // found in it and not yet gone through
   };
 
-  void enter(FileDescriptor directory);
+  void enter(posix::FileDescriptor directory);
   void leave();
   void read(Level& level);
   void addItem(int folder, const std::string& name);
@@ -63,7 +64,7 @@ class SizeWalk {
   std::uint64_t size_ = 0;
 };
 
-std::uint64_t SizeWalk::sizeOf(FileDescriptor root) {
+std::uint64_t SizeWalk::sizeOf(posix::FileDescriptor root) {
   enter(std::move(root));
   while (!levels_.empty()) {
     Level& level = levels_.back();
@@ -79,7 +80,7 @@ std::uint64_t SizeWalk::sizeOf(FileDescriptor root) {
 }
 
 // A folder that is already being gone through, to which a link has led back, adds nothing.
-void SizeWalk::enter(FileDescriptor directory) {
+void SizeWalk::enter(posix::FileDescriptor directory) {
   struct stat status {};
   if (!directory || ::fstat(directory.get(), &status) != 0) return;
   if (!links_.ancestors.insert(identityOf(status)).second) return;
@@ -140,7 +141,7 @@ void SizeWalk::addLink(int folder, const std::string& name) {
 }  // namespace
 
 std::uint64_t sizeOfFiles(const std::string& path) {
-  FileDescriptor directory = openDirectory(AT_FDCWD, path, 0);
+  posix::FileDescriptor directory = openDirectory(AT_FDCWD, path, 0);
   if (!directory) {
     if (isDirectory(path)) return 0;
     const std::optional<Attributes> item = attributes(path);

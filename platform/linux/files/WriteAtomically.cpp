@@ -6,8 +6,8 @@
 #include "platform/linux/SystemError.h"
 #include "platform/linux/files/Location.h"
 #include "platform/linux/files/TemporaryName.h"
-#include "platform/linux/files/WriteAll.h"
-#include "platform/linux/people/ConsoleHome.h"
+#include "platform/linux/users/ConsoleHome.h"
+#include "posix/WriteAll.h"
 
 namespace platform::file_system {
 namespace {
@@ -35,12 +35,11 @@ bool takePermissions(const Location& location, int file) {
 // Makes the file `temporary` beside the location; after a failure it may be there. 0 or an error
 // number.
 int writeBeside(const Location& location, const std::string& temporary, std::string_view contents) {
-  const FileDescriptor file(::openat(location.descriptor(), temporary.c_str(),
-                                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+  const posix::FileDescriptor file(::openat(location.descriptor(), temporary.c_str(),
+                                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                            0666));
   if (!file) return errno;
-  if (const WriteResult result = writeAll(file.get(), contents); !result.status.ok()) {
-    return result.status.code();
-  }
+  if (const int error = posix::writeAll(file.get(), contents).error; error != 0) return error;
   const bool complete =
       takePermissions(location, file.get()) && (contents.empty() || ::fsync(file.get()) == 0);
   return complete ? 0 : errno;

@@ -78,7 +78,7 @@ void terminate() {
 }
 
 // Not blocked: a thread that is there already would still receive them.
-void outlastSession() {
+void ignoreTerminationRequests() {
   ignore({SIGHUP, SIGINT, SIGTERM});
 }
 

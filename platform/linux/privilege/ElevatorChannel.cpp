@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "elevator/Channel.h"
+#include "channel/Packet.h"
 #include "platform/Privilege.h"
 
 namespace platform {
@@ -15,29 +15,29 @@ constexpr std::chrono::seconds kReplyLimit(30);
 
 bool isOversized(const std::vector<std::string>& words) {
   std::size_t bytes = 0;
-  bool oversized = words.size() > elevator::kMaxWords;
+  bool oversized = words.size() > channel::kMaxWords;
   for (const std::string& word : words) {
     bytes += word.size() + 1;
-    oversized = oversized || word.size() > elevator::kMaxWord;
+    oversized = oversized || word.size() > channel::kMaxWord;
   }
-  return oversized || bytes > elevator::kMaxMessage;
+  return oversized || bytes > channel::kMaxMessage;
 }
 
 }  // namespace
 
-int ElevatorChannel::send(elevator::Kind kind, std::vector<std::string> words) {
+int ElevatorChannel::send(channel::Kind kind, std::vector<std::string> words) {
   const bool oversized = isOversized(words);
-  const auto packet = elevator::encoded(elevator::Request{kind, ++lastId_, std::move(words)});
+  const auto packet = channel::encoded(channel::Request{kind, ++lastId_, std::move(words)});
   if (!packet) return oversized ? E2BIG : EINVAL;
-  if (elevator::send(socket_.get(), *packet)) return 0;
+  if (channel::send(socket_.get(), *packet)) return 0;
   return errno == EMSGSIZE ? E2BIG : privilege::kSessionLost;
 }
 
 bool ElevatorChannel::sendHello() {
-  return send(elevator::Kind::hello, {}) == 0;
+  return send(channel::Kind::hello, {}) == 0;
 }
 
-ElevatorChannel::Answer ElevatorChannel::ask(elevator::Kind kind, std::vector<std::string> words,
+ElevatorChannel::Answer ElevatorChannel::ask(channel::Kind kind, std::vector<std::string> words,
                                              std::size_t descriptors) {
   const int status = send(kind, std::move(words));
   if (status == privilege::kSessionLost) return lost();
@@ -47,10 +47,10 @@ ElevatorChannel::Answer ElevatorChannel::ask(elevator::Kind kind, std::vector<st
 
 ElevatorChannel::Answer ElevatorChannel::takeAnswer(std::size_t descriptors,
                                                     std::chrono::milliseconds limit) {
-  if (!elevator::waitReadable(socket_.get(), limit)) return lost();
-  elevator::Packet packet = elevator::receive(socket_.get(), descriptors);
-  if (packet.state != elevator::Packet::State::whole || packet.senderUid != 0) return lost();
-  const auto reply = elevator::parseReply(packet.bytes);
+  if (!channel::waitReadable(socket_.get(), limit)) return lost();
+  channel::Packet packet = channel::receive(socket_.get(), descriptors);
+  if (packet.state != channel::Packet::State::whole || packet.senderUid != 0) return lost();
+  const auto reply = channel::parseReply(packet.bytes);
   const std::size_t expected = reply && reply->status == 0 ? descriptors : 0;
   if (!reply || reply->id != lastId_ || packet.descriptors.size() != expected) return lost();
   return {reply->status, std::move(packet.descriptors), packet.senderPid};

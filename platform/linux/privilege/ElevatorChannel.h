@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "elevator/Messages.h"
-#include "platform/linux/FileDescriptor.h"
+#include "channel/Messages.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -16,19 +16,19 @@ namespace platform {
 // believed only when the kernel says that root sent it; anything else breaks the channel for good.
 class ElevatorChannel {
  public:
-  explicit ElevatorChannel(FileDescriptor socket) : socket_(std::move(socket)) {}
+  explicit ElevatorChannel(posix::FileDescriptor socket) : socket_(std::move(socket)) {}
 
   struct Answer {
     // An error number, or privilege::kSessionLost.
     int status = 0;
     // As many as were asked for when the status is 0, else none.
-    std::vector<FileDescriptor> descriptors;
+    std::vector<posix::FileDescriptor> descriptors;
     pid_t sender = 0;
   };
 
   // Sends a request and takes the answer, for which it waits at most half a minute. When the other
   // end is gone or silent the status is privilege::kSessionLost, and the channel is closed.
-  Answer ask(elevator::Kind kind, std::vector<std::string> words, std::size_t descriptors);
+  Answer ask(channel::Kind kind, std::vector<std::string> words, std::size_t descriptors);
 
   // The two halves of asking for a sign of life, for one who has to start the elevator between
   // them.
@@ -36,13 +36,13 @@ class ElevatorChannel {
   Answer takeAnswer(std::size_t descriptors, std::chrono::milliseconds limit);
 
   int socket() const { return socket_.get(); }
-  void close() { socket_ = FileDescriptor(); }
+  void close() { socket_ = posix::FileDescriptor(); }
 
  private:
   Answer lost();
-  int send(elevator::Kind kind, std::vector<std::string> words);
+  int send(channel::Kind kind, std::vector<std::string> words);
 
-  FileDescriptor socket_;
+  posix::FileDescriptor socket_;
   std::uint32_t lastId_ = 0;
 };
 

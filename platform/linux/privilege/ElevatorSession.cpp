@@ -9,9 +9,9 @@
 #include <system_error>
 #include <utility>
 
-#include "elevator/Messages.h"
-#include "elevator/NamedPaths.h"
-#include "platform/linux/privilege/Authenticator.h"
+#include "channel/Messages.h"
+#include "channel/NamedPaths.h"
+#include "platform/linux/privilege/AuthenticationAgent.h"
 #include "platform/linux/privilege/ElevatorStart.h"
 #include "platform/linux/privilege/ToolReport.h"
 #include "platform/linux/privilege/Writers.h"
@@ -29,7 +29,7 @@ constexpr std::chrono::seconds kPasswordLimit(30);
 constexpr std::size_t kMostWritten = 64;
 
 // Reads once, again after interruptions; 0 at the end and on a failure.
-std::size_t readSome(const FileDescriptor& pipe, std::span<std::byte> buffer) {
+std::size_t readSome(const posix::FileDescriptor& pipe, std::span<std::byte> buffer) {
   ssize_t size = 0;
   do {
     size = ::read(pipe.get(), buffer.data(), buffer.size());
@@ -39,7 +39,7 @@ std::size_t readSome(const FileDescriptor& pipe, std::span<std::byte> buffer) {
 
 // This process's environment, in which a child finds the number of its channel.
 std::vector<std::string> environmentWithChannel(int number) {
-  const std::string name = std::string(elevator::kChannelVariable) + "=";
+  const std::string name = std::string(channel::kChannelVariable) + "=";
   std::vector<std::string> result;
   for (char** each = environ; *each != nullptr; ++each) {
     if (!std::string_view(*each).starts_with(name)) result.emplace_back(*each);
@@ -50,7 +50,7 @@ std::vector<std::string> environmentWithChannel(int number) {
 
 class ElevatedOutput : public privilege::ToolOutput {
  public:
-  ElevatedOutput(FileDescriptor output, FileDescriptor report)
+  ElevatedOutput(posix::FileDescriptor output, posix::FileDescriptor report)
       : output_(std::move(output)), report_(std::move(report)) {}
 
   std::size_t read(std::span<std::byte> buffer) override { return readSome(output_, buffer); }
@@ -58,19 +58,19 @@ class ElevatedOutput : public privilege::ToolOutput {
   int terminationStatus() override {
     if (!report_) return status_;
     status_ = takeReport(report_);
-    report_ = FileDescriptor();
+    report_ = posix::FileDescriptor();
     return status_;
   }
 
  private:
-  FileDescriptor output_;
-  FileDescriptor report_;
+  posix::FileDescriptor output_;
+  posix::FileDescriptor report_;
   int status_ = kUnknownEnd;
 };
 
 }  // namespace
 
-ElevatorSession::ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevatorsEnd)
+ElevatorSession::ElevatorSession(posix::FileDescriptor ownEnd, posix::FileDescriptor elevatorsEnd)
     : channel_(std::move(ownEnd)), elevatorsEnd_(std::move(elevatorsEnd)) {
   writers::add(*this);
 }
@@ -78,7 +78,7 @@ ElevatorSession::ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevators
 ElevatorSession::~ElevatorSession() {
   writers::remove(*this);
   // It was not ended, so it was lost.
-  if (channel_.socket() < 0) writers::forsake({written_.begin(), written_.end()});
+  if (channel_.socket() < 0) writers::markEndUnknown({written_.begin(), written_.end()});
   ElevatorSession::end();
 }
 
@@ -90,16 +90,15 @@ bool ElevatorSession::isAlive(std::chrono::milliseconds limit) {
 Outcome ElevatorSession::askForRights() {
   const std::lock_guard lock(mutex_);
   if (!canStartElevator()) return Outcome::unavailable;
-  return startElevator(channel_, std::move(elevatorsEnd_), FileDescriptor(), kPersonLimit,
+  return startElevator(channel_, std::move(elevatorsEnd_), posix::FileDescriptor(), kPersonLimit,
                        elevator_);
 }
 
 Outcome ElevatorSession::obtainRights(const privilege::Credentials& credentials) {
   const std::lock_guard lock(mutex_);
-  Authenticator authenticator(credentials);
-  if (!canStartElevator() || !authenticator.waitUntilReady()) return Outcome::unavailable;
-  return startElevator(channel_, std::move(elevatorsEnd_), authenticator.gone(), kPasswordLimit,
-                       elevator_);
+  AuthenticationAgent agent(credentials);
+  if (!canStartElevator() || !agent.waitUntilReady()) return Outcome::unavailable;
+  return startElevator(channel_, std::move(elevatorsEnd_), agent.gone(), kPasswordLimit, elevator_);
 }
 
 Execution ElevatorSession::execute(const std::string& tool,
@@ -109,10 +108,10 @@ Execution ElevatorSession::execute(const std::string& tool,
   std::vector<std::string> words = {tool};
   words.insert(words.end(), arguments.begin(), arguments.end());
   const std::vector<std::string> paths =
-      piped ? std::vector<std::string>() : elevator::namedPaths(arguments);
+      piped ? std::vector<std::string>() : channel::namedPaths(arguments);
   auto answer = run(std::move(words), piped, paths);
   // What an earlier session left behind there is written anew.
-  if (answer.status == 0 && !piped) writers::reclaim(paths);
+  if (answer.status == 0 && !piped) writers::markRewritten(paths);
   if (answer.status != 0 || !piped) return {answer.status, nullptr};
   return {0, std::make_shared<ElevatedOutput>(std::move(answer.descriptors[0]),
                                               std::move(answer.descriptors[1]))};
@@ -123,8 +122,8 @@ ElevatorChannel::Answer ElevatorSession::run(std::vector<std::string> words, boo
   const std::lock_guard lock(mutex_);
   // Nobody is at the other end yet.
   if (elevatorsEnd_) return {privilege::kSessionLost, {}, 0};
-  auto answer = channel_.ask(piped ? elevator::Kind::runPiped : elevator::Kind::run,
-                             std::move(words), piped ? 2 : 0);
+  auto answer = channel_.ask(piped ? channel::Kind::runPiped : channel::Kind::run, std::move(words),
+                             piped ? 2 : 0);
   if (answer.status != 0) return answer;
   hasRunTools_ = true;
   if (!piped) written_.push_back(std::move(paths));
@@ -134,25 +133,25 @@ ElevatorChannel::Answer ElevatorSession::run(std::vector<std::string> words, boo
 
 ElevatorSession::Observation ElevatorSession::observe(const std::string& path) {
   if (!hasRunTools_) return {};
-  const std::vector<std::string> paths = elevator::namedPaths({path});
+  const std::vector<std::string> paths = channel::namedPaths({path});
   const std::lock_guard lock(mutex_);
-  auto answer = channel_.ask(elevator::Kind::observe, {path}, 1);
+  auto answer = channel_.ask(channel::Kind::observe, {path}, 1);
   if (answer.status == 0) return {std::move(answer.descriptors[0]), false};
   const bool wrote = std::ranges::any_of(
-      written_, [&paths](const auto& each) { return elevator::overlap(each, paths); });
-  return {FileDescriptor(), wrote};
+      written_, [&paths](const auto& each) { return channel::overlap(each, paths); });
+  return {posix::FileDescriptor(), wrote};
 }
 
-FileDescriptor ElevatorSession::newChannel() {
+posix::FileDescriptor ElevatorSession::newChannel() {
   const std::lock_guard lock(mutex_);
   if (elevatorsEnd_) return {};
-  auto answer = channel_.ask(elevator::Kind::newChannel, {}, 1);
-  return answer.status == 0 ? std::move(answer.descriptors[0]) : FileDescriptor();
+  auto answer = channel_.ask(channel::Kind::newChannel, {}, 1);
+  return answer.status == 0 ? std::move(answer.descriptors[0]) : posix::FileDescriptor();
 }
 
 int ElevatorSession::runInheriting(const std::string& program,
                                    const std::vector<std::string>& arguments) {
-  FileDescriptor channel = newChannel();
+  posix::FileDescriptor channel = newChannel();
   if (!channel) return -1;
   ChildProgram child;
   child.path = program;
@@ -162,7 +161,7 @@ int ElevatorSession::runInheriting(const std::string& program,
   child.ends[STDIN_FILENO] = channel.get();
   try {
     ChildProcess process(child);
-    channel = FileDescriptor();
+    channel = posix::FileDescriptor();
     process.wait();
     return process.status().value_or(-1);
   } catch (const std::system_error&) {
@@ -175,7 +174,7 @@ void ElevatorSession::end() {
   hasRunTools_ = false;
   written_.clear();
   channel_.close();
-  elevatorsEnd_ = FileDescriptor();
+  elevatorsEnd_ = posix::FileDescriptor();
   elevator_.reset();
 }
 

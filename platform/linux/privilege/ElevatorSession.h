@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "platform/Privilege.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/privilege/ElevatorChannel.h"
 #include "platform/linux/processes/ChildProcess.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -19,7 +19,7 @@ namespace platform {
 class ElevatorSession : public privilege::Session {
  public:
   // `elevatorsEnd` is what the elevator will be started with; empty when it runs already.
-  ElevatorSession(FileDescriptor ownEnd, FileDescriptor elevatorsEnd);
+  ElevatorSession(posix::FileDescriptor ownEnd, posix::FileDescriptor elevatorsEnd);
   ~ElevatorSession() override;
 
   // Whether there is an elevator at the other end; blocks for at most `limit`.
@@ -35,7 +35,7 @@ class ElevatorSession : public privilege::Session {
   struct Observation {
     // Where the status of the last tool on a path comes once all have ended, see ToolReport.h;
     // empty when this session has run no tool, or was lost.
-    FileDescriptor report;
+    posix::FileDescriptor report;
     // Whether nobody knows any more what became of a tool on such a path.
     bool lost = false;
   };
@@ -46,7 +46,7 @@ class ElevatorSession : public privilege::Session {
   ElevatorChannel::Answer run(std::vector<std::string> words, bool piped,
                               std::vector<std::string> paths);
   // A channel for a child; empty when the elevator gives none.
-  FileDescriptor newChannel();
+  posix::FileDescriptor newChannel();
 
   // Whether there is anything to observe; the lock may be held while a person thinks.
   std::atomic<bool> hasRunTools_ = false;
@@ -55,7 +55,7 @@ class ElevatorSession : public privilege::Session {
   ElevatorChannel channel_;
   // The paths of the latest tools that nobody waits for, one list a tool.
   std::deque<std::vector<std::string>> written_;
-  FileDescriptor elevatorsEnd_;
+  posix::FileDescriptor elevatorsEnd_;
   // Null when the elevator was started by somebody else.
   std::unique_ptr<ChildProcess> elevator_;
 };

@@ -43,7 +43,7 @@ std::string superusersElevator() {
   return Bundle::main().auxiliaryPath("qv-elevator").value_or(std::string());
 }
 
-ChildProgram program(const FileDescriptor& channel) {
+ChildProgram program(const posix::FileDescriptor& channel) {
   ChildProgram result;
   if (::getuid() == 0) {
     result.path = superusersElevator();
@@ -61,7 +61,7 @@ ChildProgram program(const FileDescriptor& channel) {
 enum class News { fromElevator, agentGone, none };
 
 // Waits for the elevator's first packet or the end of the channel.
-News waitForNews(const ElevatorChannel& channel, const FileDescriptor& agent,
+News waitForNews(const ElevatorChannel& channel, const posix::FileDescriptor& agent,
                  Clock::time_point end) {
   while (true) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -96,8 +96,8 @@ bool canStartElevator() {
   return isInstalled() && polkitAnswers(kPresenceLimit);
 }
 
-Outcome startElevator(ElevatorChannel& channel, FileDescriptor elevatorsEnd,
-                      const FileDescriptor& agent, std::chrono::milliseconds limit,
+Outcome startElevator(ElevatorChannel& channel, posix::FileDescriptor elevatorsEnd,
+                      const posix::FileDescriptor& agent, std::chrono::milliseconds limit,
                       std::unique_ptr<ChildProcess>& elevator) {
   const auto end = Clock::now() + limit;
   if (!channel.sendHello()) return Outcome::unavailable;
@@ -106,7 +106,7 @@ Outcome startElevator(ElevatorChannel& channel, FileDescriptor elevatorsEnd,
   } catch (const std::system_error&) {
     return Outcome::unavailable;
   }
-  elevatorsEnd = FileDescriptor();
+  elevatorsEnd = posix::FileDescriptor();
   const News news = waitForNews(channel, agent, end);
   if (news == News::fromElevator && isHello(channel, *elevator)) return Outcome::granted;
   if (news != News::fromElevator) elevator->terminate();

@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "platform/Privilege.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/privilege/ElevatorChannel.h"
 #include "platform/linux/processes/ChildProcess.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -19,8 +19,9 @@ bool canStartElevator();
 // more hope. `agent` is a descriptor that becomes readable when whoever is to authenticate has
 // gone; an empty one is never looked at. The calling thread must live until this returns. On
 // success `elevator` is the started process.
-privilege::Outcome startElevator(ElevatorChannel& channel, FileDescriptor elevatorsEnd,
-                                 const FileDescriptor& agent, std::chrono::milliseconds limit,
+privilege::Outcome startElevator(ElevatorChannel& channel, posix::FileDescriptor elevatorsEnd,
+                                 const posix::FileDescriptor& agent,
+                                 std::chrono::milliseconds limit,
                                  std::unique_ptr<ChildProcess>& elevator);
 
 }  // namespace platform

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <utility>
 
-#include "elevator/Channel.h"
-#include "elevator/Messages.h"
+#include "channel/Messages.h"
+#include "channel/Packet.h"
 #include "platform/NoDestructor.h"
 
 namespace platform {
@@ -22,7 +22,7 @@ struct HandedDown {
   // Guards what follows.
   std::mutex mutex;
   bool secured = false;
-  FileDescriptor channel;
+  posix::FileDescriptor channel;
 };
 
 HandedDown& handedDown() {
@@ -39,12 +39,12 @@ int numberIn(std::string_view text) {
 
 // A standard end must stay open, or the next file would become it.
 void leadNowhere(int standardEnd) {
-  const FileDescriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const posix::FileDescriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (nowhere) ::dup2(nowhere.get(), standardEnd);
 }
 
-FileDescriptor moved(int number) {
-  FileDescriptor channel(::fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+posix::FileDescriptor moved(int number) {
+  posix::FileDescriptor channel(::fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   if (number <= STDERR_FILENO) {
     leadNowhere(number);
   } else {
@@ -55,13 +55,13 @@ FileDescriptor moved(int number) {
   return channel;
 }
 
-FileDescriptor fromEnvironment() {
-  const char* variable = std::getenv(elevator::kChannelVariable);
+posix::FileDescriptor fromEnvironment() {
+  const char* variable = std::getenv(channel::kChannelVariable);
   if (variable == nullptr) return {};
   const int number = numberIn(variable);
-  ::unsetenv(elevator::kChannelVariable);
+  ::unsetenv(channel::kChannelVariable);
   // Whatever else the number may name is somebody else's and stays as it is.
-  return number >= 0 && elevator::isChannel(number) ? moved(number) : FileDescriptor();
+  return number >= 0 && channel::isChannel(number) ? moved(number) : posix::FileDescriptor();
 }
 
 }  // namespace
@@ -73,7 +73,7 @@ void secureHandedDownChannel() {
   state.channel = fromEnvironment();
 }
 
-FileDescriptor takeHandedDownChannel() {
+posix::FileDescriptor takeHandedDownChannel() {
   secureHandedDownChannel();
   HandedDown& state = handedDown();
   const std::lock_guard lock(state.mutex);

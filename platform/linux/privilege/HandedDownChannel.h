@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -10,6 +10,6 @@ void secureHandedDownChannel();
 
 // The channel, secured first if it was not yet; empty when there is none or it was taken. Whether
 // the elevator is at its other end is yet to be found out. Thread-safe.
-FileDescriptor takeHandedDownChannel();
+posix::FileDescriptor takeHandedDownChannel();
 
 }  // namespace platform

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <utility>
 
-#include "elevator/Channel.h"
+#include "channel/Packet.h"
 #include "platform/linux/privilege/ElevatorSession.h"
 #include "platform/linux/privilege/HandedDownChannel.h"
 
@@ -19,16 +19,16 @@ constexpr std::chrono::seconds kInheritanceLimit(1);
 
 // static
 Session::Creation Session::create() {
-  elevator::ChannelPair pair = elevator::makeChannel();
+  channel::ChannelPair pair = channel::makeChannel();
   if (!pair.one) return {errno, nullptr};
   return {0, std::make_shared<ElevatorSession>(std::move(pair.one), std::move(pair.other))};
 }
 
 // static
 std::shared_ptr<Session> Session::inherited() {
-  FileDescriptor channel = takeHandedDownChannel();
+  posix::FileDescriptor channel = takeHandedDownChannel();
   if (!channel) return nullptr;
-  auto session = std::make_shared<ElevatorSession>(std::move(channel), FileDescriptor());
+  auto session = std::make_shared<ElevatorSession>(std::move(channel), posix::FileDescriptor());
   return session->isAlive(kInheritanceLimit) ? session : nullptr;
 }
 

@@ -4,12 +4,12 @@
 
 #include <cerrno>
 
-#include "elevator/Messages.h"
+#include "channel/Messages.h"
 
 namespace platform {
 
-int takeReport(const FileDescriptor& pipe) {
-  elevator::TermStatus status = 0;
+int takeReport(const posix::FileDescriptor& pipe) {
+  channel::TermStatus status = 0;
   ssize_t size = 0;
   do {
     size = ::read(pipe.get(), &status, sizeof status);

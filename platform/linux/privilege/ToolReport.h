@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -9,6 +9,6 @@ inline constexpr int kUnknownEnd = -1;
 
 // Takes the one status that comes on a pipe of the elevator, see elevator/Messages.h; blocks until
 // it has come or the elevator is gone.
-int takeReport(const FileDescriptor& pipe);
+int takeReport(const posix::FileDescriptor& pipe);
 
 }  // namespace platform

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <utility>
 
-#include "elevator/NamedPaths.h"
+#include "channel/NamedPaths.h"
 #include "platform/NoDestructor.h"
 #include "platform/linux/privilege/ElevatorSession.h"
 #include "platform/linux/privilege/ToolReport.h"
@@ -19,7 +19,7 @@ struct Sessions {
   std::mutex mutex;
   std::vector<ElevatorSession*> all;
   // Of tools whose session was lost, one list a tool.
-  std::vector<std::vector<std::string>> forsaken;
+  std::vector<std::vector<std::string>> unknownEnds;
 };
 
 Sessions& sessions() {
@@ -27,7 +27,7 @@ Sessions& sessions() {
   return *instance;
 }
 
-bool isReadable(const FileDescriptor& pipe) {
+bool isReadable(const posix::FileDescriptor& pipe) {
   pollfd entry{pipe.get(), POLLIN, 0};
   return ::poll(&entry, 1, 0) == 1;
 }
@@ -38,10 +38,10 @@ Writers on(const std::string& path) {
   Writers result;
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
-  result.failed =
-      std::ranges::any_of(known.forsaken, [named = elevator::namedPaths({path})](const auto& each) {
-        return elevator::overlap(each, named);
-      });
+  result.failed = std::ranges::any_of(known.unknownEnds,
+                                      [named = channel::namedPaths({path})](const auto& each) {
+                                        return channel::overlap(each, named);
+                                      });
   for (ElevatorSession* session : known.all) {
     ElevatorSession::Observation observation = session->observe(path);
     if (observation.report && !isReadable(observation.report)) {
@@ -67,17 +67,17 @@ void remove(ElevatorSession& session) {
   std::erase(known.all, &session);
 }
 
-void forsake(const std::vector<std::vector<std::string>>& paths) {
+void markEndUnknown(const std::vector<std::vector<std::string>>& paths) {
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
-  known.forsaken.insert(known.forsaken.end(), paths.begin(), paths.end());
+  known.unknownEnds.insert(known.unknownEnds.end(), paths.begin(), paths.end());
 }
 
-void reclaim(const std::vector<std::string>& paths) {
+void markRewritten(const std::vector<std::string>& paths) {
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
-  std::erase_if(known.forsaken,
-                [&paths](const auto& each) { return elevator::overlap(each, paths); });
+  std::erase_if(known.unknownEnds,
+                [&paths](const auto& each) { return channel::overlap(each, paths); });
 }
 
 }  // namespace platform::writers

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 class ElevatorSession;
@@ -16,7 +16,7 @@ namespace platform::writers {
 struct Writers {
   // One for each session in which a tool that names an overlapping path has not ended: a pipe on
   // which the status of the last one comes, see ToolReport.h.
-  std::vector<FileDescriptor> running;
+  std::vector<posix::FileDescriptor> running;
   // Whether, in a session in which all have ended, the last one failed, or nobody knows how it
   // ended.
   bool failed = false;
@@ -32,7 +32,7 @@ void remove(ElevatorSession& session);
 
 // Keeps in mind the paths, one list a tool, on which a session that is gone leaves tools of which
 // nobody knows how they end, until a later tool writes there.
-void forsake(const std::vector<std::vector<std::string>>& paths);
-void reclaim(const std::vector<std::string>& paths);
+void markEndUnknown(const std::vector<std::vector<std::string>>& paths);
+void markRewritten(const std::vector<std::string>& paths);
 
 }  // namespace platform::writers

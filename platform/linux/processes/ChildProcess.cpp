@@ -67,7 +67,7 @@ class FileActions {
   }
 
   posix_spawn_file_actions_t actions_;
-  std::vector<FileDescriptor> aside_;
+  std::vector<posix::FileDescriptor> aside_;
 };
 
 // Every signal at its default and none blocked, whatever this process does with its own.

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
@@ -20,7 +20,7 @@ struct ChildHandle {
 
   const pid_t id;
   // pidfd_open(2); none when this process has no descriptor left.
-  const FileDescriptor pidfd;
+  const posix::FileDescriptor pidfd;
   // Whether the child was asked to end while it ran.
   std::atomic<bool> terminationAsked = false;
 };

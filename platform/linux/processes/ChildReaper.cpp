@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/NoDestructor.h"
-#include "platform/linux/processes/QuietThread.h"
+#include "platform/linux/processes/SignalMaskedThread.h"
 
 namespace platform {
 namespace {
@@ -32,8 +32,8 @@ class Reaper {
  private:
   // Without a thread now, the next child's tries again.
   void start() {
-    wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    std::thread thread = startQuietThread([this] { work(); });
+    wake_ = posix::FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    std::thread thread = startSignalMaskedThread([this] { work(); });
     working_ = thread.joinable();
     if (working_) thread.detach();
   }
@@ -72,7 +72,7 @@ class Reaper {
   std::mutex mutex_;
   std::vector<std::shared_ptr<ChildHandle>> children_;
   bool working_ = false;
-  FileDescriptor wake_;
+  posix::FileDescriptor wake_;
 };
 
 }  // namespace

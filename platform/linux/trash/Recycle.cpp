@@ -8,10 +8,10 @@
 #include "platform/ProcessInfo.h"
 #include "platform/Workspace.h"
 #include "platform/linux/files/MoveItem.h"
-#include "platform/linux/files/WriteAll.h"
-#include "platform/linux/people/ConsoleHome.h"
 #include "platform/linux/trash/TrashFolder.h"
 #include "platform/linux/trash/TrashInformation.h"
+#include "platform/linux/users/ConsoleHome.h"
+#include "posix/WriteAll.h"
 
 namespace platform::workspace {
 namespace {
@@ -23,7 +23,8 @@ bool isItemName(const std::string& name) {
 // The information file of one item; goes away again unless the item has gone into the Trash.
 class InformationFile {
  public:
-  InformationFile(const FileDescriptor& folder, std::string name, const std::string& contents)
+  InformationFile(const posix::FileDescriptor& folder, std::string name,
+                  const std::string& contents)
       : folder_(folder), name_(std::move(name)) {
     const ActingAsOwner owner(folder_);
     error_ = owner.ok() ? make(contents) : errno;
@@ -40,14 +41,14 @@ class InformationFile {
 
  private:
   int make(const std::string& contents) {
-    const FileDescriptor file(::openat(folder_.get(), name_.c_str(),
-                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    const posix::FileDescriptor file(::openat(
+        folder_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file) return errno;
     made_ = true;
-    return writeAll(file.get(), contents).status.code();
+    return posix::writeAll(file.get(), contents).error;
   }
 
-  const FileDescriptor& folder_;
+  const posix::FileDescriptor& folder_;
   const std::string name_;
   bool made_ = false;
   int error_ = 0;

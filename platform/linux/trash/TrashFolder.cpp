@@ -12,7 +12,7 @@
 #include "platform/Directories.h"
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
-#include "platform/linux/people/ConsoleHome.h"
+#include "platform/linux/users/ConsoleHome.h"
 
 namespace platform {
 namespace {
@@ -23,8 +23,8 @@ constexpr char kInformation[] = "info";
 constexpr mode_t kClosed = S_IRWXU;
 const std::vector<std::string> kHomeTrash = {".local", "share", "Trash", kFiles};
 
-FileDescriptor openFolder(const std::string& path) {
-  return FileDescriptor(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+posix::FileDescriptor openFolder(const std::string& path) {
+  return posix::FileDescriptor(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
 std::string joined(const std::vector<std::string>& components) {
@@ -59,7 +59,7 @@ class SuperusersView {
  private:
   TrashFolder ordinary() const {
     TrashFolder trash;
-    const FileDescriptor* folder = &home_;
+    const posix::FileDescriptor* folder = &home_;
     for (const std::string& name : components_) {
       trash.files = descend(*folder, name);
       if (!trash.files) return {};
@@ -87,7 +87,7 @@ class SuperusersView {
   }
 
   TrashFolder behind(const std::vector<std::string>& way) const {
-    FileDescriptor folder(::fcntl(home_.get(), F_DUPFD_CLOEXEC, 0));
+    posix::FileDescriptor folder(::fcntl(home_.get(), F_DUPFD_CLOEXEC, 0));
     for (std::size_t i = 0; folder && i + 1 < way.size(); ++i) {
       folder = descendOrMake(folder, way[i], kClosed);
     }
@@ -98,7 +98,7 @@ class SuperusersView {
     return trash;
   }
 
-  FileDescriptor home_;
+  posix::FileDescriptor home_;
   const std::string& homePath_;
   const std::vector<std::string>& components_;
 };

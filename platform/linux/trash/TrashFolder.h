@@ -2,16 +2,16 @@
 
 #include <string>
 
-#include "platform/linux/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace platform {
 
 // An open Trash.
 struct TrashFolder {
   // Where recycled items go.
-  FileDescriptor files;
+  posix::FileDescriptor files;
   // Where the information for restoring them goes; none when the Trash is an ordinary folder.
-  FileDescriptor information;
+  posix::FileDescriptor information;
 
   explicit operator bool() const noexcept { return static_cast<bool>(files); }
 };

@@ -1,0 +1,96 @@
+#include "sessionhelper/Person.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include "platform/Directories.h"
+#include "sessionhelper/SessionEnvironment.h"
+
+namespace session_helper {
+namespace {
+
+bool isSuperuser() {
+  return ::getuid() == 0 || ::geteuid() == 0;
+}
+
+std::optional<Person> describe(const passwd* entry) {
+  if (entry == nullptr) return std::nullopt;
+  return Person{entry->pw_uid, entry->pw_gid, entry->pw_name, entry->pw_dir, entry->pw_shell};
+}
+
+std::optional<Person> callingPerson() {
+  std::optional<Person> person = describe(::getpwuid(::getuid()));
+  if (!person) person = Person{::getuid(), ::getgid(), "", "/", "/bin/sh"};
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home == '/') person->home = home;
+  return person;
+}
+
+std::optional<Person> consolePerson() {
+  const std::optional<std::string> name = platform::directories::consoleUser();
+  std::optional<Person> person = name ? describe(::getpwnam(name->c_str())) : std::nullopt;
+  if (!person) std::fputs("session-helper: nobody is at the console\n", stderr);
+  if (person && person->userId == 0) {
+    std::fputs("session-helper: nothing is started as the superuser\n", stderr);
+    return std::nullopt;
+  }
+  return person;
+}
+
+bool setEnvironment(const Environment& environment) {
+  bool set = ::clearenv() == 0;
+  for (const auto& [name, value] : environment) {
+    set = ::setenv(name.c_str(), value.c_str(), 1) == 0 && set;
+  }
+  return set;
+}
+
+bool hasOnlyIdsOf(const Person& person) {
+  uid_t user[3];
+  gid_t group[3];
+  if (::getresuid(&user[0], &user[1], &user[2]) != 0) return false;
+  if (::getresgid(&group[0], &group[1], &group[2]) != 0) return false;
+  return std::ranges::all_of(user, [&](uid_t id) { return id == person.userId; }) &&
+         std::ranges::all_of(group, [&](gid_t id) { return id == person.groupId; });
+}
+
+bool giveUpRights(const Person& person) {
+  const bool given = ::initgroups(person.name.c_str(), person.groupId) == 0 &&
+                     ::setresgid(person.groupId, person.groupId, person.groupId) == 0 &&
+                     ::setresuid(person.userId, person.userId, person.userId) == 0;
+  // Believed only when seen, and when there is no way back.
+  const bool gone = given && hasOnlyIdsOf(person) && ::setresuid(0, 0, 0) != 0;
+  if (!gone) std::perror("session-helper: cannot become the console user");
+  return gone;
+}
+
+void setDefaultSignals() {
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
+}
+
+}  // namespace
+
+bool becomePerson() {
+  const bool own = !isSuperuser();
+  const std::optional<Person> person = own ? callingPerson() : consolePerson();
+  if (!person) return false;
+  const Environment environment = sessionEnvironment(*person, own);
+  if (!own && !giveUpRights(*person)) return false;
+  setDefaultSignals();
+  ::umask(022);
+  if (::chdir(person->home.c_str()) != 0 && ::chdir("/") != 0) return false;
+  return setEnvironment(environment);
+}
+
+}  // namespace session_helper
