@@ -2,7 +2,6 @@
 
 #include <chrono>
 
-#include "Shared/QVLog.h"
 #include "platform/Bundle.h"
 #include "platform/Date.h"
 #include "platform/Format.h"
@@ -22,19 +21,20 @@ std::string systemLine(std::string_view operatingSystem, long processors, std::u
                              processors, gigabytes);
 }
 
-void append() {
+std::vector<Line> lines() {
   namespace process_info = platform::process_info;
   const platform::Bundle& bundle = platform::Bundle::main();
-  QVLog::fastAppendLog("Log started: %@\n",
-                       platform::date::description(std::chrono::system_clock::now()));
+  std::vector<Line> lines = {{platform::formatted(
+      "Log started: %@\n", platform::date::description(std::chrono::system_clock::now()))}};
   if (const auto version = bundle.infoString("CFBundleVersion")) {
-    QVLog::fastAppendLog("Version: %@\n", *version);
+    lines.push_back({platform::formatted("Version: %@\n", *version)});
   }
-  QVLog::fastAppendLog("Path: %@\n", bundle.executablePath());
-  QVLog::appendLog(
-      "%@", systemLine(process_info::operatingSystemVersion(), process_info::processorCount(),
-                       process_info::physicalMemory()));
-  if constexpr (k64Bit) QVLog::fastAppendLog("Running in 64-bit mode\n");
+  lines.push_back({platform::formatted("Path: %@\n", bundle.executablePath())});
+  lines.push_back({systemLine(process_info::operatingSystemVersion(),
+                              process_info::processorCount(), process_info::physicalMemory()),
+                   true});
+  if constexpr (k64Bit) lines.push_back({"Running in 64-bit mode\n"});
+  return lines;
 }
 
 }  // namespace log_header

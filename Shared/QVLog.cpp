@@ -40,6 +40,16 @@ bool isSwitchedOff() {
   return value != settings->end() && value->second.isSwitchedOn();
 }
 
+void appendHeader() {
+  for (const log_header::Line& line : log_header::lines()) {
+    if (line.isWaitedFor) {
+      QVLog::appendLog("%@", line.text);
+    } else {
+      QVLog::fastAppendLog("%@", line.text);
+    }
+  }
+}
+
 bool makeFolder(const std::optional<std::string>& folder) {
   namespace file_system = platform::file_system;
   if (folder && (file_system::exists(*folder) || file_system::createDirectory(*folder).ok())) {
@@ -108,7 +118,7 @@ void QVLog::startNewFile(const std::optional<std::string>& name) {
   }
   if (name && !appName()) setAppName(name);
   setBytesWritten(0);
-  if (openNewFile()) log_header::append();
+  if (openNewFile()) appendHeader();
 }
 
 bool QVLog::openNewFile() {

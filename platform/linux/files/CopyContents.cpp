@@ -9,8 +9,6 @@
 #include <chrono>
 #include <vector>
 
-#include "platform/linux/files/CopyEntry.h"
-
 namespace platform {
 namespace {
 

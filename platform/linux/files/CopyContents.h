@@ -3,10 +3,9 @@
 #include <sys/stat.h>
 
 #include "platform/linux/files/CopyContext.h"
+#include "platform/linux/files/EntryPlaces.h"
 
 namespace platform {
-
-struct EntryPlaces;
 
 // A file that is being copied.
 struct OpenFiles {

@@ -1,22 +1,10 @@
 #pragma once
 
-#include <string>
-
 #include "platform/linux/files/CopyAttributes.h"
+#include "platform/linux/files/EntryPlaces.h"
 #include "platform/linux/files/LinkGroups.h"
 
 namespace platform {
-
-// One item on its way from one open folder to another.
-struct EntryPlaces {
-  // Only what was a file, or unknown, when it was listed is opened as one: opening a device may do
-  // something.
-  bool file = false;
-  int sourceFolder = -1;
-  const std::string& sourceName;
-  int targetFolder = -1;
-  const std::string& targetName;
-};
 
 // Copies an item that is no directory: a file with its contents, a link as a link, a pipe, socket
 // or device as such, each with its attributes. `groups` keeps names of one file together; null for

@@ -14,7 +14,6 @@
 #include "platform/linux/privilege/AuthenticationAgent.h"
 #include "platform/linux/privilege/ElevatorStart.h"
 #include "platform/linux/privilege/ToolReport.h"
-#include "platform/linux/privilege/Writers.h"
 
 namespace platform {
 namespace {

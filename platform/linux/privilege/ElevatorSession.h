@@ -10,13 +10,14 @@
 
 #include "platform/Privilege.h"
 #include "platform/linux/privilege/ElevatorChannel.h"
+#include "platform/linux/privilege/Writers.h"
 #include "platform/linux/processes/ChildProcess.h"
 #include "posix/FileDescriptor.h"
 
 namespace platform {
 
 // A session that is a channel to the elevator.
-class ElevatorSession : public privilege::Session {
+class ElevatorSession : public privilege::Session, public writers::Session {
  public:
   // `elevatorsEnd` is what the elevator will be started with; empty when it runs already.
   ElevatorSession(posix::FileDescriptor ownEnd, posix::FileDescriptor elevatorsEnd);
@@ -32,15 +33,7 @@ class ElevatorSession : public privilege::Session {
   int runInheriting(const std::string& program, const std::vector<std::string>& arguments) override;
   void end() override;
 
-  struct Observation {
-    // Where the status of the last tool on a path comes once all have ended, see ToolReport.h;
-    // empty when this session has run no tool, or was lost.
-    posix::FileDescriptor report;
-    // Whether nobody knows any more what became of a tool on such a path.
-    bool lost = false;
-  };
-  // What becomes of the tools that name a path overlapping `path` and whose output is discarded.
-  Observation observe(const std::string& path);
+  Observation observe(const std::string& path) override;
 
  private:
   ElevatorChannel::Answer run(std::vector<std::string> words, bool piped,

@@ -8,7 +8,6 @@
 
 #include "channel/NamedPaths.h"
 #include "platform/NoDestructor.h"
-#include "platform/linux/privilege/ElevatorSession.h"
 #include "platform/linux/privilege/ToolReport.h"
 
 namespace platform::writers {
@@ -17,7 +16,7 @@ namespace {
 struct Sessions {
   // Guards what follows, and keeps each from ending while it is asked.
   std::mutex mutex;
-  std::vector<ElevatorSession*> all;
+  std::vector<Session*> all;
   // Of tools whose session was lost, one list a tool.
   std::vector<std::vector<std::string>> unknownEnds;
 };
@@ -42,8 +41,8 @@ Writers on(const std::string& path) {
                                       [named = channel::namedPaths({path})](const auto& each) {
                                         return channel::overlap(each, named);
                                       });
-  for (ElevatorSession* session : known.all) {
-    ElevatorSession::Observation observation = session->observe(path);
+  for (Session* session : known.all) {
+    Session::Observation observation = session->observe(path);
     if (observation.report && !isReadable(observation.report)) {
       result.running.push_back(std::move(observation.report));
     } else if (observation.report) {
@@ -55,13 +54,13 @@ Writers on(const std::string& path) {
   return result;
 }
 
-void add(ElevatorSession& session) {
+void add(Session& session) {
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
   known.all.push_back(&session);
 }
 
-void remove(ElevatorSession& session) {
+void remove(Session& session) {
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
   std::erase(known.all, &session);

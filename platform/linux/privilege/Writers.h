@@ -5,13 +5,25 @@
 
 #include "posix/FileDescriptor.h"
 
-namespace platform {
-class ElevatorSession;
-}
-
 // What the tools that this process has started as the superuser, and not waited for, still do. Any
 // thread.
 namespace platform::writers {
+
+// A session that runs tools, as seen by who asks what they do.
+class Session {
+ public:
+  struct Observation {
+    // Where the status of the last tool on a path comes once all have ended, see ToolReport.h;
+    // empty when this session has run no tool, or was lost.
+    posix::FileDescriptor report;
+    // Whether nobody knows any more what became of a tool on such a path.
+    bool lost = false;
+  };
+
+  virtual ~Session() = default;
+  // What becomes of the tools that name a path overlapping `path` and whose output is discarded.
+  virtual Observation observe(const std::string& path) = 0;
+};
 
 struct Writers {
   // One for each session in which a tool that names an overlapping path has not ended: a pipe on
@@ -27,8 +39,8 @@ struct Writers {
 Writers on(const std::string& path);
 
 // A session is asked from its making to its end.
-void add(ElevatorSession& session);
-void remove(ElevatorSession& session);
+void add(Session& session);
+void remove(Session& session);
 
 // Keeps in mind the paths, one list a tool, on which a session that is gone leaves tools of which
 // nobody knows how they end, until a later tool writes there.

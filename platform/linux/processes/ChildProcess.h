@@ -1,33 +1,15 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <array>
-#include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "posix/FileDescriptor.h"
+#include "platform/linux/processes/ChildHandle.h"
 
 namespace platform {
-
-// A child process of ours, as everybody who has to do with it sees it.
-struct ChildHandle {
-  explicit ChildHandle(pid_t process);
-
-  const pid_t id;
-  // pidfd_open(2); none when this process has no descriptor left.
-  const posix::FileDescriptor pidfd;
-  // Whether the child was asked to end while it ran.
-  std::atomic<bool> terminationAsked = false;
-};
-
-// Collects the child if it has ended and answers its exit status, or the number of the signal that
-// ended it. To be called once only with an answer: the process id is then free for others.
-std::optional<int> collect(const ChildHandle& child);
 
 // What a child program is started with.
 struct ChildProgram {
@@ -49,9 +31,6 @@ struct ChildProgram {
 // on and is collected in the background.
 class ChildProcess {
  public:
-  // The status of a child whose status the system did not keep: SIGCHLD was ignored.
-  static constexpr int kLostStatus = 255;
-
   // Starts a program. Throws std::system_error.
   explicit ChildProcess(const ChildProgram& program);
   ~ChildProcess();

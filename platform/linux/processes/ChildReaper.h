@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "platform/linux/processes/ChildProcess.h"
+#include "platform/linux/processes/ChildHandle.h"
 
 namespace platform {
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "platform/linux/text/PropertyListNodes.h"
+#include "platform/PropertyList.h"
+#include "platform/linux/text/PropertyListNode.h"
 
 // Dates in nodes. The library's own access to them is by 32-bit seconds and cut microseconds, so
 // that a date which is read and written again becomes another; here they keep their fraction.

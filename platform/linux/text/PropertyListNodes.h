@@ -7,14 +7,10 @@
 #include <type_traits>
 
 #include "platform/PropertyList.h"
+#include "platform/linux/text/PropertyListNode.h"
 
 // Values to and from the nodes of the property list library.
 namespace platform::property_list_nodes {
-
-struct FreeNode {
-  void operator()(plist_t node) const { plist_free(node); }
-};
-using Node = std::unique_ptr<std::remove_pointer_t<plist_t>, FreeNode>;
 
 // While one lives, the calling thread reads and prints numbers as in the C locale: the library goes
 // by the locale, which the toolkit sets.
