@@ -2,10 +2,9 @@
 # working folder.
 
 started=$SECONDS
-
 say() { printf '%s\n' "$*"; }
-step() { printf '\n[%3ds] %s\n' "$((SECONDS - started))" "$*"; }
-fail() { printf '\n%s\n' "$*" >&2; exit 1; }
+. scripts/lib/surroundings.sh
+. scripts/lib/verdict.sh
 
 # explain_if_asked WORD...: with --help among the words shows what the head of the script says, and
 # ends it before anything is installed or built.
@@ -20,13 +19,15 @@ explain_if_asked() {
 }
 explain_if_asked "$@"
 
-# as_root REASON COMMAND...: runs a command as root; an ordinary user is told for what.
+# as_root PURPOSE COMMAND...: runs a command as root; an ordinary user is told for what, once.
+purposes_told=
 as_root() {
-  local reason=$1
+  local purpose=$1
   shift
   if [ "$(id -u)" -eq 0 ]; then "$@"; return; fi
-  command -v sudo > /dev/null || fail "Please run this as root, or install sudo: needed $reason."
-  say "Using sudo $reason."
+  command -v sudo > /dev/null || fail "Please run this as root, or install sudo: needed $purpose."
+  [[ "$purposes_told" == *"|$purpose|"* ]] || say "Using sudo $purpose."
+  purposes_told+="|$purpose|"
   sudo "$@"
 }
 
@@ -54,9 +55,14 @@ install_packages() {
   done
   [ ${#missing[@]} -gt 0 ] || return 0
   step "Installing ${#missing[@]} missing packages: ${missing[*]}"
-  as_root "to install packages" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
-  as_root "to install packages" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -qq --no-install-recommends "${missing[@]}" > /dev/null
+  apt_get update -qq
+  apt_get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# Another run of it may hold its lock for a while.
+apt_get() {
+  quietly as_root "to install packages" env DEBIAN_FRONTEND=noninteractive \
+    apt-get -o DPkg::Lock::Timeout=300 "$@" || fail "Packages cannot be installed."
 }
 
 # build PRESET [TARGET...]: configures and builds; shows each step as one changing line. Warnings are
@@ -66,10 +72,34 @@ build() {
   local preset=$1
   shift
   step "Building (${preset})"
-  cmake --preset "$preset" -D QV_WARNINGS_AS_ERRORS="${QV_WARNINGS_AS_ERRORS:-OFF}" \
-    > "build-$preset.log" 2>&1 || { cat "build-$preset.log"; fail "CMake failed."; }
-  rm -f "build-$preset.log"
-  cmake --build "build/$preset" ${1:+--target "$@"}
+  quietly cmake --preset "$preset" -D QV_WARNINGS_AS_ERRORS="${QV_WARNINGS_AS_ERRORS:-OFF}" \
+    || fail "CMake finds something amiss."
+  cmake --build "build/$preset" ${1:+--target "$@"} || fail "The compiler says above what is amiss."
+}
+
+# make_scratch NAME: sets `scratch` to a fresh folder that everybody may enter.
+make_scratch() {
+  local base=${TMPDIR:-/tmp}
+  reachable_by_everybody "$base" || base=/tmp
+  scratch=$(mktemp -d "$base/quorvale-$1.XXXXXX")
+  chmod 755 "$scratch"
+}
+
+# clear_scratch: of the scratch folder only the results stay, and nothing where there are none.
+clear_scratch() {
+  [ -d "${scratch:-}" ] || return 0
+  # The work folders of overlays are closed to their owner too.
+  chmod -R u+rwX "$scratch" 2> /dev/null || true
+  if [ -O "$scratch" ] && find "$scratch" ! -user "$(id -u)" | grep -q .; then
+    as_root "to clear the scratch folder" chown -R "$(id -u)" "$scratch"
+  fi
+  find "$scratch" -mindepth 1 -maxdepth 1 ! -name results -exec rm -rf {} +
+  find "$scratch" -maxdepth 1 -empty -delete
+  if [ -d "$scratch" ]; then
+    say
+    say "What stays is in $scratch/results"
+  fi
+  scratch=
 }
 
 # The superuser's home is another one in the tests' simulated machines.

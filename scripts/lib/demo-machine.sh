@@ -1,82 +1,138 @@
 # The machine on which the demonstration's update takes place. Sourced by demo-run, whose variables
-# it uses.
+# it uses, after private-machine.sh.
 
-# A user database with one person more and the superuser's home in the scratch folder, a record of
-# that person's session at the console, room for the local library, and the elevator where it is
-# installed.
+# A user database with one person more, a record of that person's session at the console, room for the
+# local library, and the elevator where it is installed.
 simulate_machine() {
-  cp -a /etc "$scratch/etc"
-  printf '%s:x:%s:%s::%s:/bin/sh\n' "$user" "$user_id" "$user_id" "$home" >> "$scratch/etc/passwd"
-  printf '%s:x:%s:\n' "$user" "$user_id" >> "$scratch/etc/group"
-  sed -i "s|^root:\(.*\):/root:|root:\1:$scratch/root:|" "$scratch/etc/passwd"
+  simulate_person "$user" "$user_id" "$home"
   echo user_allow_other >> "$scratch/etc/fuse.conf"
-  mount --bind "$scratch/etc" /etc
-  install -d -o "$user_id" -g "$user_id" "$home"
-  mkdir -p "$scratch/root" /run/systemd
-  mount -t tmpfs -o mode=755 tmpfs /run/systemd
-  mkdir /run/systemd/seats
-  printf 'IS_VTCONSOLE=1\nACTIVE=c1\nACTIVE_UID=%s\n' "$user_id" > /run/systemd/seats/seat0
+  simulate_console
+  open_fuse
   cover /var/lib
   cover /usr/local/share
   cover /usr/libexec
   mkdir -p /var/lib/quorvale/Library/Logs/Quorvale
   install -D -m 755 "$(dirname "$helper")/qv-elevator" /usr/libexec/quorvale/qv-elevator
-  own_applications
+  [ "$machine_display" = present ] || private_tmp
 }
 
-# The superuser's updates leave the person's applications to the person; an ordinary user's are of
-# those that belong to the machine.
+# Where no service was ever started there is no /run/systemd, and none is left behind.
+simulate_console() {
+  local records=/run/systemd
+  [ -d "$records" ] || records=/run
+  mount -t tmpfs -o mode=755 tmpfs "$records"
+  mkdir -p /run/systemd/seats
+  printf 'IS_VTCONSOLE=1\nACTIVE=c1\nACTIVE_UID=%s\n' "$user_id" > /run/systemd/seats/seat0
+}
+
+# Without a machine of its own the update takes place among the people who are there; root plays the
+# updater beside an elevator, and the helper is an ordinary person's.
+borrow_machine() {
+  refuse_namesakes
+  mkdir -p "$home"
+  if [ "$elevated" = yes ]; then
+    cp -a "$(dirname "$helper")/qv-elevator" "$scratch/"
+    chown "$user_id:$group_id" "$home"
+  fi
+}
+
+# Without an administrator nothing that is there can be replaced: the application is installed for the
+# first time, and the folder that it goes into is not there either, for it becomes the bundle itself.
+forget_old_version() {
+  rm -rf "$installed"
+  destination=$installed/$(basename "$installed")
+}
+
+# The helper ends the updater's processes by their names, and here it would meet everybody's.
+refuse_namesakes() {
+  local name
+  for name in "${updater_names[@]}"; do
+    ! grep -qxF "${name:0:15}" /proc/[0-9]*/comm 2> /dev/null || {
+      say "A process called \"$name\" runs on this machine, and the helper would end it."
+      exit 1
+    }
+  done
+}
+
+# The superuser's updates, and those without an administrator's rights, leave the person's
+# applications to the person; others are of those that belong to the machine.
 own_applications() {
-  local owner=0
-  [ "$who" != root ] || owner=$user_id
-  chown -R "$owner:$owner" "$scratch/Applications" "$scratch/image"
-}
-
-# cover FOLDER: what changes there stays in the scratch folder.
-cover() {
-  local layer=$scratch/cover$1
-  mkdir -p "$layer/upper" "$layer/work"
-  mount -t overlay overlay -o "lowerdir=$1,upperdir=$layer/upper,workdir=$layer/work" "$1"
+  [ "$(id -u)" -eq 0 ] || return 0
+  local owner="0:0"
+  [ "$elevated" = yes ] || owner=$user_id:$group_id
+  chown -R "$owner" "$scratch/Applications" "$scratch/image"
 }
 
 # The superuser's image is a loop device; a user's is a file system of that user's own, which shows
-# itself to root too (allow_root), for it is root who copies from it.
+# itself to root too (allow_root), for it is root who copies from it. `image_kind` says what it became.
 attach_disk_image() {
   mkdir -p "$mount_point"
-  if [ "$who" = root ]; then
-    truncate -s 64M "$scratch/update.img"
-    /sbin/mkfs.ext4 -q -L "Sample 2.0" -d "$scratch/image" "$scratch/update.img"
-    mount -o loop,ro "$scratch/update.img" "$mount_point"
+  case "$who-$machine_loop-$machine_fuse" in
+    root-yes-*) attach_loop_device ;;
+    user-*-none | root-*-none) ! attachable_by_loop || attach_loop_device ;;
+    *) attach_own_file_system || say "This file system could not be mounted." ;;
+  esac
+  if mountpoint -q "$mount_point"; then
+    image_source=$(findmnt -no SOURCE "$mount_point")
   else
-    mksquashfs "$scratch/image" "$scratch/update.img" -quiet -no-progress > /dev/null
-    [ "$who" = asked ] || chown -R "$user_id:$user_id" "$scratch/Volumes"
-    "${as_user[@]}" squashfuse -o allow_root "$scratch/update.img" "$mount_point"
+    image_kind=folder
+    cp -a "$scratch/image/." "$mount_point/"
+    image_source="a folder, for nothing can be mounted here"
   fi
-  image_source=$(findmnt -no SOURCE "$mount_point")
+}
+
+attachable_by_loop() { [ "$machine_loop" = yes ]; }
+
+attach_loop_device() {
+  image_kind=loop
+  truncate -s 64M "$scratch/update.img"
+  /sbin/mkfs.ext4 -q -L "Sample 2.0" -d "$scratch/image" "$scratch/update.img"
+  mount -o loop,ro "$scratch/update.img" "$mount_point"
+}
+
+attach_own_file_system() {
+  local options=()
+  image_kind=own
+  mksquashfs "$scratch/image" "$scratch/update.img" -quiet -no-progress > /dev/null
+  [ "$(id -u)" -ne 0 ] || chown -R "$user_id:$group_id" "$scratch/Volumes"
+  [ "$elevated" != yes ] || options=(-o allow_root)
+  "${as_user[@]}" timeout 20 squashfuse "${options[@]}" "$scratch/update.img" "$mount_point" 2> /dev/null
+}
+
+# On a borrowed machine nothing ends by itself: neither what was started nor what was reopened.
+end_what_was_begun() {
+  local process
+  for process in "${updaters[@]}" "$(opened_process)"; do
+    [ -z "$process" ] || kill "$process" 2> /dev/null || true
+  done
+  close_private_display
+  ! mountpoint -q "$mount_point" || "${as_user[@]}" fusermount3 -u -z "$mount_point" 2> /dev/null ||
+    umount -l "$mount_point" 2> /dev/null || true
 }
 
 start_updaters() {
   local name
-  local as=("${as_user[@]}")
   mkdir "$scratch/updater"
   for name in "${updater_names[@]}"; do
     cp /bin/sleep "$scratch/updater/$name"
-    "${as[@]}" "$scratch/updater/$name" 300 > /dev/null 2>&1 &
+    "${as_user[@]}" "$scratch/updater/$name" 300 > /dev/null 2>&1 &
     updaters+=($!)
   done
 }
 
-# running PROGRAM: the number of a process that runs it.
+# running PROGRAM: the number of a process that runs it. Its command line says so also where the link
+# to the program is closed, as the helper's is to a container's root.
 running() {
-  local process
+  local process program
   for process in /proc/[0-9]*; do
-    [ "$(readlink "$process/exe" 2> /dev/null)" = "$1" ] || continue
+    { IFS= read -r -d '' program < "$process/cmdline"; } 2> /dev/null || continue
+    [ "$program" = "$1" ] || continue
     basename "$process"
     return 0
   done
   return 1
 }
 # The user as whom the helper runs, which has hidden everything else of itself from others.
-helper_user() { awk '/^Uid:/ { print $2; exit }' "/proc/$(running "$helper")/status" 2> /dev/null | grep .; }
-alive() { [ -d "/proc/$1" ] && ! grep -q '^State:.*Z' "/proc/$1/status" 2> /dev/null; }
+helper_user() { user_of "$(running "$helper")"; }
+user_of() { awk '/^Uid:/ { print $2; exit }' "/proc/$1/status" 2> /dev/null | grep .; }
 cannot_write() { ! "${as_user[@]}" test -w "$(dirname "$installed")"; }
