@@ -1,7 +1,6 @@
 #include "sessionhelper/Person.h"
 
 #include <grp.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,23 +21,18 @@ bool isSuperuser() {
   return ::getuid() == 0 || ::geteuid() == 0;
 }
 
-std::optional<Person> describe(const passwd* entry) {
-  if (entry == nullptr) return std::nullopt;
-  return Person{entry->pw_uid, entry->pw_gid, entry->pw_name, entry->pw_dir, entry->pw_shell};
-}
-
-std::optional<Person> callingPerson() {
-  std::optional<Person> person = describe(::getpwuid(::getuid()));
-  if (!person) person = Person{::getuid(), ::getgid(), "", "/", "/bin/sh"};
-  if (const char* home = std::getenv("HOME"); home != nullptr && *home == '/') person->home = home;
+Person callingPerson() {
+  Person person = platform::user_database::byId(::getuid())
+                      .value_or(Person{"", ::getuid(), ::getgid(), "/", "/bin/sh"});
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home == '/') person.home = home;
   return person;
 }
 
 std::optional<Person> consolePerson() {
   const std::optional<std::string> name = platform::directories::consoleUser();
-  std::optional<Person> person = name ? describe(::getpwnam(name->c_str())) : std::nullopt;
+  std::optional<Person> person = name ? platform::user_database::byName(*name) : std::nullopt;
   if (!person) std::fputs("session-helper: nobody is at the console\n", stderr);
-  if (person && person->userId == 0) {
+  if (person && person->id == 0) {
     std::fputs("session-helper: nothing is started as the superuser\n", stderr);
     return std::nullopt;
   }
@@ -58,14 +52,14 @@ bool hasOnlyIdsOf(const Person& person) {
   gid_t group[3];
   if (::getresuid(&user[0], &user[1], &user[2]) != 0) return false;
   if (::getresgid(&group[0], &group[1], &group[2]) != 0) return false;
-  return std::ranges::all_of(user, [&](uid_t id) { return id == person.userId; }) &&
+  return std::ranges::all_of(user, [&](uid_t id) { return id == person.id; }) &&
          std::ranges::all_of(group, [&](gid_t id) { return id == person.groupId; });
 }
 
 bool giveUpRights(const Person& person) {
   const bool given = ::initgroups(person.name.c_str(), person.groupId) == 0 &&
                      ::setresgid(person.groupId, person.groupId, person.groupId) == 0 &&
-                     ::setresuid(person.userId, person.userId, person.userId) == 0;
+                     ::setresuid(person.id, person.id, person.id) == 0;
   // Believed only when seen, and when there is no way back.
   const bool gone = given && hasOnlyIdsOf(person) && ::setresuid(0, 0, 0) != 0;
   if (!gone) std::perror("session-helper: cannot become the console user");

@@ -70,7 +70,7 @@ Environment wantedVariables(bool own) {
 }
 
 std::string standardRuntimeFolder(const Person& person) {
-  return std::string(kRuntimeFolders) + std::to_string(person.userId);
+  return std::string(kRuntimeFolders) + std::to_string(person.id);
 }
 
 // The folder of sockets that the login made for the person, if it is that person's.
@@ -79,7 +79,7 @@ std::optional<std::string> runtimeFolder(const Person& person) {
   for (const std::string& folder : {inherited("XDG_RUNTIME_DIR").value_or(standard), standard}) {
     struct stat status = {};
     if (folder.starts_with('/') && ::lstat(folder.c_str(), &status) == 0 &&
-        S_ISDIR(status.st_mode) && status.st_uid == person.userId) {
+        S_ISDIR(status.st_mode) && status.st_uid == person.id) {
       return folder;
     }
   }

@@ -1,21 +1,15 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <map>
 #include <string>
+
+#include "platform/linux/users/UserDatabase.h"
 
 namespace session_helper {
 
 using Environment = std::map<std::string, std::string>;
 
-struct Person {
-  uid_t userId;
-  gid_t groupId;
-  std::string name;
-  std::string home;
-  std::string shell;
-};
+using Person = platform::user_database::User;
 
 // What a program needs to find the person's screen, bus, language and way of typing, and nothing
 // else: from this process's environment, and what is missing there from the record of the person's

@@ -13,15 +13,11 @@ struct Verb {
 
 // One line a verb, in the order of their names.
 constexpr Verb kVerbs[] = {
-    {"after", after},
-    {"detach", detach},
-    {"open", open},
-    {"open-file", openFile},
-    {"open-file-with", openFileWith},
-    {"open-with", openWith},
-    {"register", registerApplication},
-    {"remote", remote},
-    {"start", start},
+    {"after", after},        {"become", become},
+    {"detach", detach},      {"open", open},
+    {"open-file", openFile}, {"open-file-with", openFileWith},
+    {"open-with", openWith}, {"register", registerApplication},
+    {"remote", remote},      {"start", start},
 };
 
 int usage() {

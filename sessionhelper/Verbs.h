@@ -25,6 +25,10 @@ inline constexpr int kFailure = 1;
 // waiting for it.
 int after(const Arguments& arguments);
 
+// become PROGRAM [ARGUMENT ...]: turns this process into a program of the person's, see Person.h,
+// which keeps its standard ends and all descriptors. The status is then that program's.
+int become(const Arguments& arguments);
+
 // detach PATH [-force]: unmounts what is mounted at the absolute PATH, which must itself be a mount
 // point and never "/"; a link to one is not. While it is busy, -force tries again for some seconds
 // and then takes it out of the tree of files, so that who has a file of it open can still read

@@ -15,6 +15,7 @@
 #include "tests/support/BesideMainLoop.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
+#include "tests/support/WindowProgram.h"
 #include "tests/support/XServer.h"
 
 namespace {
@@ -155,6 +156,7 @@ TEST_F(ExistenceWaitTest, AnotherThreadServesNobody) {
 // The main thread waits for five seconds, and a person sees a window that is alive all the time.
 TEST_F(ExistenceWaitTest, AWindowRepaintsAndAnswersDuringAWaitOfFiveSeconds) {
   if (!XServer::isAvailable()) GTEST_SKIP() << XServer::kNeeds;
+  test::putPersonAtScreen(sandbox_);
   const XServer server(XServer::WindowManager::openbox);
   test::besideMainLoop([&] {
     main_thread::perform(
@@ -188,6 +190,7 @@ TEST_F(ExistenceWaitTest, AWindowRepaintsAndAnswersDuringAWaitOfFiveSeconds) {
 
 TEST_F(ExistenceWaitTest, APersonCanAnswerAnAlertDuringAWait) {
   if (!XServer::isAvailable()) GTEST_SKIP() << XServer::kNeeds;
+  test::putPersonAtScreen(sandbox_);
   const XServer server(XServer::WindowManager::openbox);
   test::besideMainLoop([&] {
     std::promise<bool> came;

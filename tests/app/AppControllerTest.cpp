@@ -25,6 +25,7 @@
 #include "tests/support/ThreadLimit.h"
 #include "tests/support/UpdateMachine.h"
 #include "tests/support/WaitFor.h"
+#include "tests/support/WindowProgram.h"
 #include "tests/support/XServer.h"
 
 // The frame and the installation inside the test's own process, with pauses that pass quickly.
@@ -252,6 +253,7 @@ class AppControllerWindowTest : public testing::Test {
 
   void SetUp() override {
     if (!test::XServer::isAvailable()) GTEST_SKIP() << test::XServer::kNeeds;
+    test::putPersonAtScreen(sandbox_);
     display_.emplace();
   }
 

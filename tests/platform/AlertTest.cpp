@@ -17,6 +17,7 @@
 #include "tests/support/BesideMainLoop.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
+#include "tests/support/WindowProgram.h"
 #include "tests/support/XServer.h"
 
 namespace platform::alert {
@@ -39,6 +40,7 @@ class AlertTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!XServer::isAvailable()) GTEST_SKIP() << XServer::kNeeds;
+    test::putPersonAtScreen(sandbox_);
     server_.emplace(XServer::WindowManager::openbox);
   }
 

@@ -17,6 +17,7 @@
 #include "tests/support/Sandbox.h"
 #include "tests/support/WaitFor.h"
 #include "tests/support/WaylandServer.h"
+#include "tests/support/WindowProgram.h"
 
 // The status window and alerts on a desktop that has no X server.
 namespace platform {
@@ -49,6 +50,7 @@ class WaylandTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!WaylandServer::isAvailable()) GTEST_SKIP() << WaylandServer::kNeeds;
+    test::putPersonAtScreen(sandbox_);
     server_.emplace(sandbox_);
   }
 
@@ -152,6 +154,7 @@ TEST_F(WaylandTest, TheRunGoesOnWhenTheCompositorDies) {
       status_window::orderOut();
       served = true;
     });
+    EXPECT_TRUE(test::waitForEndOfWindowProgram());
     // The loop has noticed by itself once it is at rest.
     std::this_thread::sleep_for(milliseconds(100));
     const std::clock_t before = std::clock();
@@ -165,21 +168,16 @@ TEST_F(WaylandTest, TheRunGoesOnWhenTheCompositorDies) {
 
 TEST_F(WaylandTest, ACompositorThatDiesInTheMiddleOfACallIsSurvived) {
   testing::internal::CaptureStderr();
-  std::atomic<bool> killed = false;
   const int status = besideMainLoop([&] {
     show();
-    std::thread killer([&] {
-      EXPECT_TRUE(waitFor([&] { return server_->isVisible(kTitle); }));
-      server_->kill();
-      killed = true;
-    });
-    for (int i = 0; !killed; ++i) {
+    ASSERT_TRUE(server_->waitForWindow(kTitle));
+    for (int i = 0; i < 200; ++i) {
       onMain(i % 10 == 5 ? status_window::orderOut : status_window::makeKeyAndOrderFront);
       onMain([i] { status_window::setStatusText("Step " + std::to_string(i)); });
+      if (i == 100) server_->kill();
     }
-    killer.join();
-    // The loop may have been past looking at the connection in the first of these rounds.
-    for (int round = 0; round < 2; ++round) onMain([] {});
+    EXPECT_TRUE(test::waitForEndOfWindowProgram());
+    onMain([] {});
   });
   EXPECT_EQ(status, 0);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), kLost);

@@ -56,9 +56,13 @@ std::size_t threads() {
 }
 
 std::vector<pid_t> childIds() {
+  return childIdsOf(::getpid());
+}
+
+std::vector<pid_t> childIdsOf(pid_t process) {
   std::vector<pid_t> ids;
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    if (parentOf(entry.path()) == ::getpid()) ids.push_back(std::stoi(entry.path().filename()));
+    if (parentOf(entry.path()) == process) ids.push_back(std::stoi(entry.path().filename()));
   }
   return ids;
 }

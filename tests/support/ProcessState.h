@@ -14,7 +14,8 @@ std::size_t openDescriptors();
 // Threads of this process but the one of its own that the thread sanitizer starts with the first.
 std::size_t threads();
 
-// Children of this process, running or not collected.
+// Children of a process, running or not collected; of this one.
+std::vector<pid_t> childIdsOf(pid_t process);
 std::vector<pid_t> childIds();
 std::size_t children();
 

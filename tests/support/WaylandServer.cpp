@@ -15,7 +15,7 @@ namespace test {
 namespace {
 
 // The compositor refuses to be run by the superuser.
-constexpr unsigned kNobody = 65534;
+constexpr unsigned kPerson = Sandbox::kConsoleUserId;
 
 // Says who it is once it serves its clients.
 constexpr char kConfiguration[] =
@@ -25,10 +25,10 @@ constexpr char kConfiguration[] =
 std::unique_ptr<ChildProgram> start(const std::vector<std::string>& command,
                                     const std::string& folder) {
   if (::geteuid() != 0) return std::make_unique<ChildProgram>(command);
-  if (::chown(folder.c_str(), kNobody, kNobody) != 0) {
+  if (::chown(folder.c_str(), kPerson, kPerson) != 0) {
     throw std::system_error(errno, std::generic_category(), "chown " + folder);
   }
-  return std::make_unique<ChildProgram>(command, kNobody);
+  return std::make_unique<ChildProgram>(command, kPerson);
 }
 
 }  // namespace

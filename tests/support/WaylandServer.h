@@ -9,8 +9,8 @@
 namespace test {
 
 // A private Wayland compositor without a screen anybody sees, and without an X server beside it.
-// $WAYLAND_DISPLAY and $XDG_RUNTIME_DIR name it while it lives. Make it on the main thread after
-// the Sandbox.
+// $WAYLAND_DISPLAY and $XDG_RUNTIME_DIR name it while it lives. In a test that is run by root it is
+// the console user's. Make it on the main thread after the Sandbox.
 class WaylandServer {
  public:
   // Whether the programs that this needs are installed. A test says

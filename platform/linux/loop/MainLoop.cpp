@@ -1,11 +1,13 @@
 #include "platform/linux/loop/MainLoop.h"
 
-#include <glib.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -24,11 +26,17 @@ constexpr int kForEver = -1;
 
 void wake();
 
+struct Watch {
+  short events = 0;
+  std::function<void()> ready;
+};
+
 struct State {
   WorkQueue work{wake};
   // Readable when work was added.
   const int wakeEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   // The rest belongs to the main thread.
+  std::map<int, Watch> watches;  // by their descriptors
   bool running = false;
   int nested = 0;  // how many calls of `iterate` are under way
 };
@@ -49,69 +57,47 @@ void takeWake() {
   [[maybe_unused]] const ssize_t taken = ::read(state().wakeEvent, &count, sizeof count);
 }
 
-// What one round of the toolkit's context waits for.
-struct ToolkitRound {
-  gint priority = 0;
-  gint timeout = kForEver;
-  // Beyond the first `count` they are spare.
-  std::vector<GPollFD> descriptors = std::vector<GPollFD>(8);
-  gint count = 0;
-
-  gint size() const { return static_cast<gint>(descriptors.size()); }
-};
-
-void prepare(ToolkitRound& round) {
-  GMainContext* context = g_main_context_default();
-  g_main_context_acquire(context);
-  g_main_context_prepare(context, &round.priority);
-  while ((round.count = g_main_context_query(context, round.priority, &round.timeout,
-                                             round.descriptors.data(), round.size())) >
-         round.size()) {
-    round.descriptors.resize(static_cast<std::size_t>(round.count));
+// What one round of the loop waits for; the event of new work comes first.
+std::vector<pollfd> descriptors() {
+  std::vector<pollfd> all = {{state().wakeEvent, POLLIN, 0}};
+  for (const auto& [descriptor, watch] : state().watches) {
+    all.push_back({descriptor, watch.events, 0});
   }
+  return all;
 }
 
-// Whether an event was handled.
-bool dispatch(ToolkitRound& round) {
-  GMainContext* context = g_main_context_default();
-  const bool ready =
-      g_main_context_check(context, round.priority, round.descriptors.data(), round.count) != FALSE;
-  if (ready) g_main_context_dispatch(context);
-  g_main_context_release(context);
-  return ready;
+void wait(std::vector<pollfd>& all, int limit) {
+  const int timeout = state().work.empty() ? limit : 0;
+  if (::poll(all.data(), all.size(), timeout) < 0) all.clear();  // a signal
 }
 
-int shorter(int timeout, int other) {
-  if (timeout < 0 || other < 0) return std::max(timeout, other);
-  return std::min(timeout, other);
+// Calls what is ready; one of them may have ended the watch of another. Whether there was anything.
+bool callReady(const std::vector<pollfd>& all) {
+  bool called = false;
+  for (const pollfd& each : all) {
+    const auto found = state().watches.find(each.fd);
+    if (each.revents == 0 || found == state().watches.end()) continue;
+    const std::function<void()> ready = found->second.ready;
+    callGuarded(ready);
+    called = true;
+  }
+  return called;
 }
 
-// Waits for an event of the toolkit's or for work.
-void wait(ToolkitRound& round, int limit) {
-  round.descriptors.resize(static_cast<std::size_t>(round.count));
-  round.descriptors.push_back({state().wakeEvent, G_IO_IN, 0});
-  const int timeout = state().work.empty() ? shorter(round.timeout, limit) : 0;
-  g_poll(round.descriptors.data(), static_cast<guint>(round.descriptors.size()), timeout);
-  if (round.descriptors.back().revents != 0) takeWake();
-}
-
-// One round of the loop, waiting at most `limit` milliseconds: the toolkit's most urgent events and
-// the first piece of work, so that neither keeps the other waiting. Whether there was anything.
-// No exception crosses the toolkit's frames or comes out of here: the process ends where it was
-// thrown.
+// One round of the loop, waiting at most `limit` milliseconds: what is ready at the descriptors and
+// the first piece of work, so that neither keeps the other waiting. Whether there was anything. No
+// exception comes out of here: the process ends where it was thrown.
 bool serveOnce(int limit) noexcept {
-  ToolkitRound round;
-  const bool prepared = callToolkit([&round] { prepare(round); });
-  if (!prepared) round = {};
-  wait(round, limit);
-  bool served = false;
-  if (prepared) callToolkit([&] { served = dispatch(round); });
-  return state().work.runFirst() || served;
+  std::vector<pollfd> all = descriptors();
+  wait(all, limit);
+  if (!all.empty() && all.front().revents != 0) takeWake();
+  const bool called = callReady(all);
+  return state().work.runFirst() || called;
 }
 
 int remaining(steady_clock::time_point end) {
   const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now()).count();
-  return static_cast<int>(std::clamp<milliseconds::rep>(left, 0, G_MAXINT));
+  return static_cast<int>(std::clamp<milliseconds::rep>(left, 0, INT_MAX));
 }
 
 std::function<void()> guarded(std::function<void()> work) {
@@ -168,6 +154,14 @@ void close() {
 
 bool isClosed() {
   return state().work.isClosed();
+}
+
+void watch(int descriptor, short events, std::function<void()> ready) {
+  state().watches.insert_or_assign(descriptor, Watch{events, std::move(ready)});
+}
+
+void unwatch(int descriptor) {
+  state().watches.erase(descriptor);
 }
 
 }  // namespace platform::main_loop

@@ -4,12 +4,7 @@
 #include <functional>
 
 // The main thread's event loop. It serves two things side by side: the work that other threads send
-// to the main thread, which stands in a queue of ours, and the toolkit's events, which stand in the
-// default main context of GLib. (GLib's own way of running a function on the main thread would run
-// it on the calling thread as long as nobody owns the context.)
-//
-// The toolkit can be left for good in the middle of a call, see `leaveToolkit`, so it never calls
-// back into work, and work never runs inside it.
+// to the main thread, which stands in a queue, and the descriptors that somebody watches.
 namespace platform::main_loop {
 
 // Calls `work`; a platform::Exception that it lets through is written to the console.
@@ -37,17 +32,10 @@ void close();
 // Whether `close` was called. Any thread.
 bool isClosed();
 
-// On the main thread: calls into the toolkit, and answers whether the call came back. When the
-// toolkit was left, in this call or earlier, the answer is false. `call` and what it calls must
-// have nothing to destroy.
-bool callToolkit(const std::function<void()>& call);
-
-// On the main thread, from inside the toolkit: ends the call into the toolkit that is under way
-// then and there, jumping over its frames. The toolkit is never called again and its events are no
-// longer served. Does not return.
-[[noreturn]] void leaveToolkit();
-
-// Sets the function that is called once the toolkit has been left.
-void setToolkitLeftHandler(void (*handler)());
+// On the main thread: from now on `ready` is called, as by `callGuarded`, whenever one of `events`
+// (poll(2)), an error or the other side's end is there at a descriptor, until `unwatch`. Called
+// again for the same descriptor it replaces what was said before. Either may be called by `ready`.
+void watch(int descriptor, short events, std::function<void()> ready);
+void unwatch(int descriptor);
 
 }  // namespace platform::main_loop

@@ -143,10 +143,19 @@ void ChildProcess::terminate() {
   const std::lock_guard lock(mutex_);
   if (statusLocked()) return;
   handle_->terminationAsked = true;
+  sendLocked(SIGTERM);
+}
+
+void ChildProcess::kill() {
+  const std::lock_guard lock(mutex_);
+  if (!statusLocked()) sendLocked(SIGKILL);
+}
+
+void ChildProcess::sendLocked(int signal) const {
   if (handle_->pidfd) {
-    ::syscall(SYS_pidfd_send_signal, handle_->pidfd.get(), SIGTERM, nullptr, 0);
+    ::syscall(SYS_pidfd_send_signal, handle_->pidfd.get(), signal, nullptr, 0);
   } else {
-    ::kill(handle_->id, SIGTERM);
+    ::kill(handle_->id, signal);
   }
 }
 

@@ -45,9 +45,12 @@ class ChildProcess {
   void wait();
   // SIGTERM, unless it has ended.
   void terminate();
+  // SIGKILL likewise, which ends a stopped child, too.
+  void kill();
 
  private:
   std::optional<int> statusLocked();
+  void sendLocked(int signal) const;
 
   const std::shared_ptr<ChildHandle> handle_;
   // Guards status_ and with it whether the process id is still the child's.

@@ -1,4 +1,4 @@
-#include "platform/linux/window/ApplicationIcon.h"
+#include "window/ApplicationIcon.h"
 
 #include <initializer_list>
 

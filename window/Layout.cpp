@@ -1,14 +1,14 @@
-#include "platform/linux/window/Layout.h"
+#include "window/Layout.h"
 
-#include "platform/linux/window/ApplicationIcon.h"
+#include "window/ApplicationIcon.h"
 
 namespace window::layout {
 
-GtkWidget* newIconRow(const char* name, GtkWidget* column) {
+GtkWidget* newIconRow(GtkWidget* column) {
   GtkWidget* icon = application_icon::newWidget(kIconSize);
   AtkObject* accessible = gtk_widget_get_accessible(icon);
   atk_object_set_role(accessible, ATK_ROLE_ICON);
-  atk_object_set_name(accessible, name);
+  atk_object_set_name(accessible, kWindowTitle);
   GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, kMargin);
   g_object_set(row, "margin", kMargin, nullptr);
   gtk_box_pack_start(GTK_BOX(row), icon, FALSE, FALSE, 0);

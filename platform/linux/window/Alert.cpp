@@ -1,8 +1,9 @@
 #include "platform/Alert.h"
 
 #include <chrono>
+#include <cstdint>
 #include <future>
-#include <list>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -13,12 +14,10 @@
 #include "platform/MainThread.h"
 #include "platform/NoDestructor.h"
 #include "platform/Text.h"
-#include "platform/linux/loop/WindowModule.h"
+#include "platform/linux/window/WindowProcess.h"
 
 namespace platform::alert {
 namespace {
-
-constexpr char kWindowTitle[] = "Quorvale Software Update";
 
 // An alert that somebody waits for. The wait ends when `dismissed` is set, and also when the main
 // thread has ended without taking the alert: it was the only owner.
@@ -28,24 +27,23 @@ struct Alert {
   std::promise<void> dismissed;
 };
 
-using Alerts = std::list<std::shared_ptr<Alert>>;
+using Alerts = std::map<std::uint32_t, std::shared_ptr<Alert>>;
 
-// The alerts on the screen. Main thread only.
+// The alerts that wait to be dismissed, by their numbers. Main thread only.
 Alerts& shown() {
   static NoDestructor<Alerts> alerts;
   return *alerts;
 }
 
-void dismiss(void* context) {
-  shown().remove_if([context](const auto& alert) {
-    if (alert.get() != context) return false;
-    alert->dismissed.set_value();
-    return true;
-  });
+bool dismiss(std::uint32_t number) {
+  const auto alert = shown().extract(number);
+  if (alert.empty()) return false;
+  alert.mapped()->dismissed.set_value();
+  return true;
 }
 
 void printAndReleaseAll() {
-  for (const auto& alert : std::exchange(shown(), {})) {
+  for (const auto& [number, alert] : std::exchange(shown(), {})) {
     console::log("Alert: %@ - %@", alert->title, alert->message);
     alert->dismissed.set_value();
   }
@@ -55,22 +53,21 @@ void printAndReleaseAll() {
 void watchForTheEnd() {
   static const bool watching = [] {
     application::addTerminationObserver([] {
-      for (const auto& alert : std::exchange(shown(), {})) alert->dismissed.set_value();
+      for (const auto& [number, alert] : std::exchange(shown(), {})) alert->dismissed.set_value();
     });
-    window_module::setDisplayLostHandler(printAndReleaseAll);
+    WindowProcess::shared().setAlertListener({dismiss, printAndReleaseAll});
     return true;
   }();
   static_cast<void>(watching);
 }
 
 void show(const std::shared_ptr<Alert>& alert) {
+  static std::uint32_t lastNumber = 0;
   watchForTheEnd();
-  shown().push_back(alert);
-  const bool isShown = window_module::call([&alert](const QVWindowModule& module) {
-    module.showAlert(kWindowTitle, alert->title.c_str(), alert->message.c_str(), dismiss,
-                     alert.get());
-  });
-  if (!isShown) printAndReleaseAll();
+  const std::uint32_t number = ++lastNumber;
+  shown().emplace(number, alert);
+  const window::ShowAlert request = {number, alert->title, alert->message};
+  if (!WindowProcess::shared().send(request)) printAndReleaseAll();
 }
 
 bool isOver(const std::future<void>& dismissed) {

@@ -1,10 +1,10 @@
-#include "platform/linux/window/AlertView.h"
+#include "window/AlertView.h"
 
 #include <gtk/gtk.h>
 
-#include "platform/linux/window/ApplicationIcon.h"
-#include "platform/linux/window/Layout.h"
-#include "platform/linux/window/StatusView.h"
+#include "window/ApplicationIcon.h"
+#include "window/Layout.h"
+#include "window/StatusView.h"
 
 namespace window::alert_view {
 namespace {
@@ -15,15 +15,15 @@ constexpr int kCharactersInLine = 48;
 constexpr int kLongestMessageHeight = 320;
 
 struct Dismissal {
-  void (*call)(void* context);
-  void* context;
+  void (*call)(std::uint32_t number);
+  std::uint32_t number;
 };
 
 // The button, Return, Escape and the title bar all end here.
 void dismiss(GtkDialog* dialog, gint /*response*/, gpointer data) {
   auto* dismissal = static_cast<Dismissal*>(data);
   gtk_widget_destroy(GTK_WIDGET(dialog));
-  dismissal->call(dismissal->context);
+  dismissal->call(dismissal->number);
   delete dismissal;
 }
 
@@ -74,10 +74,10 @@ void addButton(GtkDialog* dialog) {
   g_object_set(area, "margin", layout::kMargin, "margin-top", 0, nullptr);
 }
 
-GtkWidget* newDialog(const char* windowTitle) {
+GtkWidget* newDialog() {
   GtkWidget* dialog = gtk_dialog_new();
   GtkWindow* window = GTK_WINDOW(dialog);
-  gtk_window_set_title(window, windowTitle);
+  gtk_window_set_title(window, layout::kWindowTitle);
   gtk_window_set_resizable(window, FALSE);
   gtk_window_set_modal(window, TRUE);
   GtkWindow* parent = status_view::visibleWindow();
@@ -89,17 +89,18 @@ GtkWidget* newDialog(const char* windowTitle) {
 
 }  // namespace
 
-void show(const char* windowTitle, const char* title, const char* message,
-          void (*dismissed)(void* context), void* context) {
-  GtkWidget* dialog = newDialog(windowTitle);
-  GtkWidget* row = layout::newIconRow(windowTitle, newColumn(title, message));
+void show(const ShowAlert& alert, void (*dismissed)(std::uint32_t number)) {
+  const char* title = alert.title.c_str();
+  const char* message = alert.message.c_str();
+  GtkWidget* dialog = newDialog();
+  GtkWidget* row = layout::newIconRow(newColumn(title, message));
   GtkWidget* content = gtk_dialog_get_content_area(GTK_DIALOG(dialog));
   gtk_widget_set_margin_bottom(row, kRowSpacing);
   gtk_box_pack_start(GTK_BOX(content), row, TRUE, TRUE, 0);
   gtk_widget_show_all(row);
   addButton(GTK_DIALOG(dialog));
   describe(dialog, title, message);
-  auto* dismissal = new Dismissal{dismissed, context};
+  auto* dismissal = new Dismissal{dismissed, alert.number};
   g_signal_connect(dialog, "response", G_CALLBACK(dismiss), dismissal);
   gtk_window_present(GTK_WINDOW(dialog));
 }

@@ -2,10 +2,9 @@
 
 #include <gtk/gtk.h>
 
-// The status window. Main thread, with a live display; see QVWindowModule.
+// The status window, made when it is first needed, with a live display.
 namespace window::status_view {
 
-void make(const char* title, const char* heading, const char* status);
 void show();
 void activate();
 void startAnimation();

@@ -1,14 +1,17 @@
-#include "platform/linux/window/StatusView.h"
+#include "window/StatusView.h"
 
 #include <gdk/gdkx.h>
 
 #include <initializer_list>
 
-#include "platform/linux/window/ApplicationIcon.h"
-#include "platform/linux/window/Layout.h"
+#include "window/ApplicationIcon.h"
+#include "window/Layout.h"
 
 namespace window::status_view {
 namespace {
+
+constexpr char kHeading[] = "Installing the update";
+constexpr char kFirstStatus[] = "Putting the new version in place...";
 
 constexpr int kColumnWidth = 360;
 constexpr int kRowSpacing = 12;
@@ -57,10 +60,10 @@ GtkWidget* newStatus(const char* text) {
   return label;
 }
 
-GtkWidget* newColumn(const char* headingText, const char* status) {
-  GtkWidget* heading = layout::newHeading(headingText);
+GtkWidget* newColumn() {
+  GtkWidget* heading = layout::newHeading(kHeading);
   theBar = newBar(heading);
-  theStatus = newStatus(status);
+  theStatus = newStatus(kFirstStatus);
   GtkWidget* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, kRowSpacing);
   gtk_widget_set_valign(column, GTK_ALIGN_CENTER);
   for (GtkWidget* row : {heading, theBar, theStatus}) {
@@ -69,24 +72,29 @@ GtkWidget* newColumn(const char* headingText, const char* status) {
   return column;
 }
 
-}  // namespace
-
-void make(const char* title, const char* heading, const char* status) {
+void make() {
   theWindow = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   GtkWindow* window = GTK_WINDOW(theWindow);
-  gtk_window_set_title(window, title);
+  gtk_window_set_title(window, layout::kWindowTitle);
   gtk_window_set_resizable(window, FALSE);
   gtk_window_set_position(window, GTK_WIN_POS_CENTER);
   // There is nothing to cancel: neither the title bar nor the keyboard closes the window.
   gtk_window_set_deletable(window, FALSE);
   g_signal_connect(window, "delete-event", G_CALLBACK(gtk_true), nullptr);
   application_icon::setFor(window);
-  GtkWidget* row = layout::newIconRow(title, newColumn(heading, status));
+  GtkWidget* row = layout::newIconRow(newColumn());
   gtk_container_add(GTK_CONTAINER(window), row);
   gtk_widget_show_all(row);
 }
 
+void makeOnce() {
+  if (theWindow == nullptr) make();
+}
+
+}  // namespace
+
 void show() {
+  makeOnce();
   gtk_window_present(GTK_WINDOW(theWindow));
 }
 
@@ -101,18 +109,20 @@ void activate() {
 
 void startAnimation() {
   if (pulseTimer != 0) return;
+  makeOnce();
   pulse(nullptr);
   pulseTimer = g_timeout_add(kPulseMilliseconds, pulse, nullptr);
 }
 
 void setStatus(const char* status) {
+  makeOnce();
   char* line = g_strdelimit(g_strdup(status), "\r\n", ' ');
   gtk_label_set_text(GTK_LABEL(theStatus), line);
   g_free(line);
 }
 
 void hide() {
-  gtk_widget_hide(theWindow);
+  if (theWindow != nullptr) gtk_widget_hide(theWindow);
 }
 
 GtkWindow* visibleWindow() {
