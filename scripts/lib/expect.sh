@@ -16,6 +16,8 @@ expect() {
     wrong=$((wrong + 1))
   fi
 }
+# finish: ends the script; its status tells crosses from all other failures.
+finish() { exit "$((wrong > 0 ? 10 : 0))"; }
 absent() { ! "$@"; }
 
 # wait_for SECONDS COMMAND...

@@ -34,6 +34,18 @@ verdict() {
   step "VERDICT: $*"
 }
 
+# judge STATUS TEXT: the verdict on checks that ended with that status (`finish` in expect.sh), and the
+# script's end.
+judge() {
+  case "$1" in
+    0) verdict "$2" ;;
+    10) verdict "FAILED; the lines marked with a cross say what is not as it should be." ;;
+    124 | 137) verdict "FAILED in the step \"$current_step\", which took too long and was ended." ;;
+    *) verdict "FAILED in the step \"$current_step\" (status $1); its last lines are above." ;;
+  esac
+  exit "$(($1 > 0))"
+}
+
 # promise_verdict [CLEAN-UP]: from here on the last line is a verdict, however the script ends. The
 # clean-up, a function, comes before it.
 promise_verdict() {
