@@ -31,6 +31,15 @@ as_root() {
   sudo "$@"
 }
 
+# project_files PATTERN...: the project's files whose paths match, one a line, whether or not this is
+# a git repository, or one that git trusts; fails when there are none.
+project_files() {
+  local pattern
+  for pattern in "$@"; do
+    find . \( -path ./build -o -path ./.git \) -prune -o -type f -path "./$pattern" -printf '%P\n'
+  done | sort | grep .
+}
+
 build_packages="build-essential cmake ninja-build pkg-config libglib2.0-dev libgtk-3-dev
   libplist-dev libsystemd-dev libpolkit-agent-1-dev libzip-dev"
 test_packages="libgtest-dev libgmock-dev dbus-daemon dbus-bin psmisc e2fsprogs mount util-linux xvfb openbox
