@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <mutex>
 #include <optional>
@@ -129,16 +130,28 @@ TEST(LogQueueTest, TheWorkerDoesNotWaitForItself) {
 
 TEST(LogQueueTest, WhatTheWorkerAddsIsWaitedForToo) {
   LogQueue* itself = nullptr;
-  std::vector<std::string> texts;
-  LogQueue queue([&](const LogBatch& batch, std::size_t first) {
-    texts.emplace_back(batch.text(first));
-    if (texts.back() == "parent") itself->addOperation("child", 5);
+  std::atomic<bool> childIsDone = false;
+  std::promise<void> gate;
+  LogQueue queue([&, opened = gate.get_future().share()](const LogBatch& batch, std::size_t first) {
+    if (batch.text(first) == "parent") {
+      itself->addOperation("child", 5);
+    } else {
+      opened.wait();
+      childIsDone = true;
+    }
     return std::size_t{1};
   });
   itself = &queue;
   queue.addOperation("parent", 6);
-  queue.waitUntilAllOperationsAreFinished();
-  EXPECT_THAT(texts, ElementsAre("parent", "child"));
+  std::atomic<bool> returned = false;
+  std::thread waiting([&] {
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_TRUE(childIsDone);
+    returned = true;
+  });
+  EXPECT_FALSE(test::waitFor([&] { return returned.load(); }, std::chrono::milliseconds(50)));
+  gate.set_value();
+  waiting.join();
 }
 
 TEST(LogQueueTest, WhatOthersAddMeanwhileIsNotWaitedFor) {
