@@ -48,18 +48,29 @@ TEST_F(QVLocalPathsGuardTest, TheRootIsProtected) {
   EXPECT_TRUE(isProtectedExactly("/"));
 }
 
+// Only a home can be as short as that: each path is tried as one that would be protected.
 TEST_F(QVLocalPathsGuardTest, WhatIsShorterThanThreeCharactersIsNot) {
-  for (const std::string path : {"", "a", "/a", "//", "é", "/é", "\xff\xff"}) {
+  beOrdinary();
+  for (const char* home : {"/m", "/é", "/€"}) {
+    ::setenv("HOME", home, 1);
+    EXPECT_FALSE(isProtected(home)) << home;
+    EXPECT_FALSE(isProtectedExactly(home)) << home;
+    EXPECT_TRUE(isProtectedExactly(home + std::string("/Library"))) << home;
+  }
+  for (const std::string path : {"", "a", "//"}) {
     EXPECT_FALSE(isProtected(path)) << path;
     EXPECT_FALSE(isProtectedExactly(path)) << path;
   }
 }
 
-TEST_F(QVLocalPathsGuardTest, AHomeOfThreeCharactersIs) {
+TEST_F(QVLocalPathsGuardTest, WhatHasThreeCharactersIs) {
   beOrdinary();
-  ::setenv("HOME", "/me", 1);
-  EXPECT_TRUE(isProtected("/me"));
-  EXPECT_TRUE(isProtectedExactly("/me"));
+  // An emoji is two UTF-16 units.
+  for (const char* home : {"/me", "/éé", "/😀"}) {
+    ::setenv("HOME", home, 1);
+    EXPECT_TRUE(isProtected(home)) << home;
+    EXPECT_TRUE(isProtectedExactly(home)) << home;
+  }
 }
 
 TEST_F(QVLocalPathsGuardTest, TheUsersFoldersAreProtected) {
@@ -139,12 +150,6 @@ TEST_F(QVLocalPathsGuardTest, ACharacterIsAUtf16UnitAndNoByte) {
   EXPECT_FALSE(isProtectedExactly("/Volumes😀/"));
   EXPECT_TRUE(isProtected("/usr😀/"));
   EXPECT_TRUE(isProtectedExactly("/Volumes\xff/"));
-}
-
-TEST_F(QVLocalPathsGuardTest, ThreeCharactersAreCountedInUtf16Units) {
-  // Three units, cut to one: protected by nothing, but no byte of the emoji is taken for a slash.
-  EXPECT_FALSE(isProtected("😀/"));
-  EXPECT_FALSE(isProtected("/😀"));
 }
 
 TEST_F(QVLocalPathsGuardTest, TextIsComparedAsItIsGiven) {

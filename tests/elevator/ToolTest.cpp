@@ -98,6 +98,20 @@ TEST_F(ToolTest, AFolderFurtherUpCountsToo) {
   EXPECT_EQ(openTool(folder_ + "/a/b/tool").status, EACCES);
 }
 
+TEST_F(ToolTest, TheRootOfAllFoldersCountsToo) {
+  const std::string root = sandbox_.makeDirectory("root-of-all");
+  fs::copy_file("/bin/true", root + "/tool");
+  ASSERT_EQ(::chroot(root.c_str()), 0);
+  EXPECT_EQ(openTool("/tool").status, 0);
+  for (const mode_t mode : {0775U, 0757U}) {
+    setMode("/", mode);
+    EXPECT_EQ(openTool("/tool").status, EACCES) << mode;
+  }
+  setMode("/", 0755);
+  give("/");
+  EXPECT_EQ(openTool("/tool").status, EACCES);
+}
+
 TEST_F(ToolTest, ALinkOfRootIsFollowed) {
   fs::create_symlink("tool", folder_ + "/relative");
   fs::create_symlink(tool_, folder_ + "/absolute");
