@@ -11,10 +11,6 @@ constexpr unsigned char byteAt(std::string_view text, std::size_t index) noexcep
   return static_cast<unsigned char>(text[index]);
 }
 
-constexpr bool isContinuation(unsigned char byte) noexcept {
-  return (byte & 0xC0) == 0x80;
-}
-
 constexpr bool isScalarValue(char32_t codePoint) noexcept {
   return codePoint <= 0x10FFFF && (codePoint < 0xD800 || codePoint > 0xDFFF);
 }
@@ -43,7 +39,7 @@ Character first(std::string_view text) noexcept {
 
   char32_t codePoint = lead & (0xFFU >> (length + 1));
   for (std::size_t i = 1; i < length; ++i) {
-    if (!isContinuation(byteAt(text, i))) return kInvalidByte;
+    if (!isContinuation(text[i])) return kInvalidByte;
     codePoint = codePoint << 6 | (byteAt(text, i) & 0x3FU);
   }
   if (isOverlong(codePoint, length) || !isScalarValue(codePoint)) return kInvalidByte;
@@ -54,7 +50,7 @@ Character last(std::string_view text) noexcept {
   const std::size_t longest = std::min<std::size_t>(text.size(), 4);
   for (std::size_t length = 1; length <= longest; ++length) {
     const std::string_view tail = text.substr(text.size() - length);
-    if (isContinuation(byteAt(tail, 0))) continue;
+    if (isContinuation(tail.front())) continue;
     const Character character = first(tail);
     if (character.length == length) return character;
     break;

@@ -16,6 +16,11 @@ struct Character {
   std::size_t length;
 };
 
+// Whether the byte goes on a character that another byte has begun.
+constexpr bool isContinuation(char byte) noexcept {
+  return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
 // The character at the beginning of `text`, which must not be empty.
 Character first(std::string_view text) noexcept;
 

@@ -3,35 +3,22 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "platform/Utf8.h"
+
 namespace platform {
 namespace {
 
-std::size_t lengthByLeadByte(unsigned char lead) noexcept {
-  if (lead >= 0xC2 && lead <= 0xDF) return 2;
-  if (lead >= 0xE0 && lead <= 0xEF) return 3;
-  if (lead >= 0xF0 && lead <= 0xF4) return 4;
-  return 1;
-}
-
-bool isContinuation(char byte) noexcept {
-  return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
-}
-
 // The bytes of the first character of a text that is not empty.
 std::size_t characterLength(std::string_view text) noexcept {
-  const std::size_t length = lengthByLeadByte(static_cast<unsigned char>(text.front()));
-  if (length > text.size()) return 1;
-  for (const char byte : text.substr(1, length - 1)) {
-    if (!isContinuation(byte)) return 1;
-  }
-  return length;
+  const bool isAscii = static_cast<unsigned char>(text.front()) < 0x80;
+  return isAscii ? 1 : utf8::first(text).length;
 }
 
 // How far to go at least until a text can go on as `pattern`, which follows a star.
 std::size_t distanceToFirst(std::string_view pattern, std::string_view text) noexcept {
   // What continues a character may also be found inside of one, where no star ends.
   const bool canBeSearched = !pattern.empty() && pattern.front() != '*' && pattern.front() != '?' &&
-                             !isContinuation(pattern.front());
+                             !utf8::isContinuation(pattern.front());
   return canBeSearched ? std::min(text.find(pattern.front()), text.size()) : 0;
 }
 

@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "platform/Path.h"
+#include "platform/Utf8.h"
 
 namespace platform {
 namespace {
@@ -40,17 +41,13 @@ std::string localTime(std::time_t date) {
   return {text.data(), length};
 }
 
-bool isContinuation(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-}
-
 // At most `size` bytes of the beginning: whole characters, where the bytes are characters.
 std::string_view shortened(std::string_view text, std::size_t size) {
   constexpr std::size_t kLongestCharacter = 4;
   if (text.size() <= size) return text;
   std::size_t end = size;
-  while (end > 0 && size - end < kLongestCharacter && isContinuation(text[end])) --end;
-  const bool isCharacter = end > 0 && !isContinuation(text[end]);
+  while (end > 0 && size - end < kLongestCharacter && utf8::isContinuation(text[end])) --end;
+  const bool isCharacter = end > 0 && !utf8::isContinuation(text[end]);
   return text.substr(0, isCharacter ? end : size);
 }
 
