@@ -3,9 +3,9 @@
 #include <fcntl.h>
 
 #include "archiver/SourceWalk.h"
-#include "archiver/StagedItem.h"
 #include "archiver/ZipWriter.h"
 #include "platform/linux/SystemError.h"
+#include "platform/linux/files/StagedItem.h"
 
 namespace archiver {
 namespace {
@@ -38,7 +38,9 @@ Status write(const Location& source, bool keepParent, const Location& archive) {
 Status pack(const std::string& source, const std::string& archive, bool keepParent) {
   const Location from = platform::locate(source);
   if (!from) return statusFromErrno(errno, source);
-  StagedItem staged(archive, "archiving");
+  const Location to = platform::locate(archive);
+  if (!to) return statusFromErrno(errno, archive);
+  platform::StagedItem staged(to, "archiving");
   if (!staged.status().ok()) return staged.status();
   const Status status = write(from, keepParent, staged.location());
   return status.ok() ? staged.putInPlace() : status;

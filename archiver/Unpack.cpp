@@ -3,18 +3,19 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "archiver/StagedItem.h"
 #include "archiver/UnpackedTree.h"
 #include "platform/linux/SystemError.h"
+#include "platform/linux/files/StagedItem.h"
 
 namespace archiver {
 namespace {
 
+using platform::Location;
 using platform::Status;
 using platform::statusFromErrno;
 
 // Without a descriptor, and with errno set, when it could not be made.
-posix::FileDescriptor makeClosedFolder(const platform::Location& location) {
+posix::FileDescriptor makeClosedFolder(const Location& location) {
   if (::mkdirat(location.descriptor(), location.name.c_str(), S_IRWXU) != 0) return {};
   return posix::FileDescriptor(::openat(location.descriptor(), location.name.c_str(),
                                         O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -47,7 +48,9 @@ Status unpack(const std::string& archive, const std::string& folder) {
   const ZipReader reader(std::move(file));
   if (!reader.status().ok()) return reader.status();
 
-  StagedItem staged(folder, "unpacking");
+  const Location to = platform::locate(folder);
+  if (!to) return statusFromErrno(errno, folder);
+  platform::StagedItem staged(to, "unpacking");
   if (!staged.status().ok()) return staged.status();
   const posix::FileDescriptor root = makeClosedFolder(staged.location());
   if (!root) return statusFromErrno(errno, folder);

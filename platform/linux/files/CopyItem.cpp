@@ -7,9 +7,6 @@
 #include "platform/linux/SystemError.h"
 #include "platform/linux/files/CopyEntry.h"
 #include "platform/linux/files/CopyTree.h"
-#include "platform/linux/files/ExclusiveRename.h"
-#include "platform/linux/files/RemoveTree.h"
-#include "platform/linux/files/TemporaryName.h"
 
 namespace platform {
 namespace {
@@ -32,13 +29,6 @@ bool isWithin(int folder, const struct stat& item) {
   return false;
 }
 
-// 0 or an error number.
-int statusOf(const Location& location, struct stat& status) {
-  return ::fstatat(location.descriptor(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0
-             ? 0
-             : errno;
-}
-
 // The error number of what can be seen beforehand to be wrong with the target, or 0: a copy that
 // fails later blames the item that it has come to.
 int refusal(const Location& target, const struct stat& item) {
@@ -53,61 +43,36 @@ int refusal(const Location& target, const struct stat& item) {
 Status checkCopy(const Location& source, const Location& target) {
   struct stat item {};
   if (const int error = statusOf(source, item); error != 0) {
-    return statusFromErrno(error, pathOf(source.descriptor(), source.name));
+    return statusFromErrno(error, pathOf(source));
   }
   const int error = refusal(target, item);
-  return error == 0 ? Status() : statusFromErrno(error, pathOf(target.descriptor(), target.name));
+  return error == 0 ? Status() : statusFromErrno(error, pathOf(target));
 }
 
-Status copyItem(const Location& source, const Location& target,
-                file_system::CopyObserver* observer) {
-  StagedCopy staged(source, target, observer);
-  return staged.status().ok() ? staged.putInPlace() : staged.status();
-}
-
-StagedCopy::StagedCopy(const Location& source, const Location& target,
-                       file_system::CopyObserver* observer)
-    : target_(target), status_(copy(source, observer)) {}
-
-StagedCopy::~StagedCopy() {
-  if (staged_ && !inPlace_) static_cast<void>(removeTree(staged_, LockedFolders::open).ok());
-}
-
-Status StagedCopy::copy(const Location& source, file_system::CopyObserver* observer) {
-  if (Status refused = checkCopy(source, target_); !refused.ok()) return refused;
-  staged_.name = temporaryName("copying");
-  staged_.folder.reset(::fcntl(target_.descriptor(), F_DUPFD_CLOEXEC, 0));
-  if (!staged_) return statusFromErrno(errno, pathOf(target_.descriptor(), target_.name));
-
+Status copyTo(const StagedItem& staged, const Location& source,
+              file_system::CopyObserver* observer) {
   CopyContext context(observer);
+  const Location& target = staged.location();
   struct stat item {};
   if (const int error = statusOf(source, item); error != 0) {
     context.fail(error, source.descriptor(), source.name);
   } else if (S_ISDIR(item.st_mode)) {
-    copyTree(source, staged_, context);
+    copyTree(source, target, context);
   } else {
-    copyEntry({S_ISREG(item.st_mode), source.descriptor(), source.name, staged_.descriptor(),
-               staged_.name},
-              context, nullptr, nullptr);
+    copyEntry(
+        {S_ISREG(item.st_mode), source.descriptor(), source.name, target.descriptor(), target.name},
+        context, nullptr, nullptr);
   }
   return context.result();
 }
 
-Status StagedCopy::sync() const {
-  const posix::FileDescriptor folder(
-      ::openat(staged_.descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return folder && ::syncfs(folder.get()) == 0 ? Status() : statusFromErrno(errno);
-}
-
-Status StagedCopy::putInPlace() {
-  const int error = renameExclusively(staged_, target_);
-  if (error != 0) return statusFromErrno(error, pathOf(target_.descriptor(), target_.name));
-  inPlace_ = true;
-  return {};
-}
-
-void StagedCopy::takeBack() {
-  if (inPlace_ && renameExclusively(target_, staged_) == 0) inPlace_ = false;
+Status copyItem(const Location& source, const Location& target,
+                file_system::CopyObserver* observer) {
+  if (Status refused = checkCopy(source, target); !refused.ok()) return refused;
+  StagedItem staged(target, "copying");
+  if (!staged.status().ok()) return staged.status();
+  const Status copied = copyTo(staged, source, observer);
+  return copied.ok() ? staged.putInPlace() : copied;
 }
 
 namespace file_system {

@@ -9,15 +9,11 @@
 namespace platform {
 namespace {
 
-bool isThere(const Location& location, struct stat& status) {
-  return ::fstatat(location.descriptor(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
 int renameInSteps(const Location& from, const Location& to) {
   struct stat item {};
   struct stat taken {};
-  if (!isThere(from, item)) return errno;
-  if (isThere(to, taken)) return EEXIST;
+  if (const int error = statusOf(from, item); error != 0) return error;
+  if (statusOf(to, taken) == 0) return EEXIST;
   const bool linked = !S_ISDIR(item.st_mode) && ::linkat(from.descriptor(), from.name.c_str(),
                                                          to.descriptor(), to.name.c_str(), 0) == 0;
   if (linked) {

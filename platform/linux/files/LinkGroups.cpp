@@ -46,9 +46,7 @@ int LinkGroups::enter(const struct stat& original, int folder, const std::string
 
 int LinkGroups::finish() {
   if (name_.empty()) return 0;
-  Location location;
-  location.folder.reset(::fcntl(root_, F_DUPFD_CLOEXEC, 0));
-  location.name = name_;
+  const Location location = locationIn(root_, name_);
   return location ? removeTree(location).code() : errno;
 }
 

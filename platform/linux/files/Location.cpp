@@ -1,7 +1,8 @@
 #include "platform/linux/files/Location.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
+
+#include <utility>
 
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
@@ -20,6 +21,16 @@ Location locate(const std::string& path) {
   return location;
 }
 
+Location locationIn(int folder, std::string name) {
+  return {posix::FileDescriptor(::fcntl(folder, F_DUPFD_CLOEXEC, 0)), std::move(name)};
+}
+
+int statusOf(const Location& location, struct stat& status) {
+  return ::fstatat(location.descriptor(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0
+             ? 0
+             : errno;
+}
+
 bool isSameLocation(const Location& one, const Location& other) {
   struct stat first {};
   struct stat second {};
@@ -31,6 +42,10 @@ bool isSameLocation(const Location& one, const Location& other) {
 std::string pathOf(int folder, const std::string& name) {
   const auto path = file_system::symbolicLinkTarget("/proc/self/fd/" + std::to_string(folder));
   return path ? path::appending(*path, name) : name;
+}
+
+std::string pathOf(const Location& location) {
+  return pathOf(location.descriptor(), location.name);
 }
 
 }  // namespace platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 
 #include "posix/FileDescriptor.h"
@@ -21,10 +23,18 @@ struct Location {
 // relative, or when its last component is no name that a folder can hold ("/", "." and "..").
 Location locate(const std::string& path);
 
+// `name` in an open folder, which stays the caller's. Without a folder, and with errno set, when
+// there is no descriptor left.
+Location locationIn(int folder, std::string name);
+
+// The status of the item itself, a link's not its target's. 0 or an error number.
+int statusOf(const Location& location, struct stat& status);
+
 // Whether both are the same name in the same folder.
 bool isSameLocation(const Location& one, const Location& other);
 
 // The present path of `name` in an open folder, for messages; only the name when it has none.
 std::string pathOf(int folder, const std::string& name);
+std::string pathOf(const Location& location);
 
 }  // namespace platform

@@ -10,16 +10,11 @@
 #include "platform/linux/files/CopyItem.h"
 #include "platform/linux/files/ExclusiveRename.h"
 #include "platform/linux/files/RemoveTree.h"
+#include "platform/linux/files/StagedItem.h"
 #include "platform/linux/files/TemporaryName.h"
 
 namespace platform {
 namespace {
-
-int statusOf(const Location& location, struct stat& status) {
-  return ::fstatat(location.descriptor(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0
-             ? 0
-             : errno;
-}
 
 // Takes the item, which was `copied`, out of sight in its folder, all of it in one step: only what
 // is no longer where it was may be removed piece by piece. 0 or an error number.
@@ -45,20 +40,20 @@ Status moveAcross(const Location& from, const Location& to) {
   if (const int error = statusOf(from, item); error != 0) return statusFromErrno(error);
   // Better known before everything is copied; what it misses is found when the item is set aside.
   if (::faccessat(from.descriptor(), ".", W_OK | X_OK, AT_EACCESS) != 0) {
-    return statusFromErrno(errno, pathOf(from.descriptor(), from.name));
+    return statusFromErrno(errno, pathOf(from));
   }
-  StagedCopy copy(from, to, nullptr);
-  if (!copy.status().ok()) return copy.status();
-  if (Status synced = copy.sync(); !synced.ok()) return synced;
-  if (Status placed = copy.putInPlace(); !placed.ok()) return placed;
+  if (Status refused = checkCopy(from, to); !refused.ok()) return refused;
+  StagedItem staged(to, "copying");
+  if (!staged.status().ok()) return staged.status();
+  if (Status copied = copyTo(staged, from, nullptr); !copied.ok()) return copied;
+  if (Status synced = staged.sync(); !synced.ok()) return synced;
+  if (Status placed = staged.putInPlace(); !placed.ok()) return placed;
 
-  Location aside;
-  aside.name = temporaryName("moving");
-  aside.folder.reset(::fcntl(from.descriptor(), F_DUPFD_CLOEXEC, 0));
+  const Location aside = locationIn(from.descriptor(), temporaryName("moving"));
   const int error = aside ? setAside(from, aside, item) : errno;
   if (error != 0) {
-    copy.takeBack();
-    return statusFromErrno(error, pathOf(from.descriptor(), from.name));
+    staged.takeBack();
+    return statusFromErrno(error, pathOf(from));
   }
   removeAside(aside);
   return {};
@@ -69,7 +64,7 @@ Status moveAcross(const Location& from, const Location& to) {
 Status moveItem(const Location& from, const Location& to) {
   const int error = renameExclusively(from, to);
   if (error == EXDEV) return moveAcross(from, to);
-  return statusFromErrno(error, pathOf(to.descriptor(), to.name));
+  return statusFromErrno(error, pathOf(to));
 }
 
 namespace file_system {

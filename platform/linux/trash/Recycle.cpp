@@ -84,9 +84,7 @@ bool Recycler::recycle(const std::string& name) const {
 }
 
 int Recycler::moveAs(const Location& item, const std::string& name) const {
-  Location target;
-  target.name = name;
-  target.folder.reset(::fcntl(trash_.files.get(), F_DUPFD_CLOEXEC, 0));
+  const Location target = locationIn(trash_.files.get(), name);
   return target ? moveItem(item, target).code() : errno;
 }
 
