@@ -4,25 +4,23 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstring>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/files/CopyEntry.h"
 #include "platform/linux/files/CopyQueue.h"
 #include "platform/linux/files/DirectoryChain.h"
-#include "platform/linux/files/DirectoryReader.h"
+#include "platform/linux/files/TreeWalk.h"
 
 namespace platform {
 namespace {
 
 using Directory = DirectoryChain::Directory;
 
-// How many names of folders that are still to be copied may be remembered at once.
-constexpr std::size_t kMaxPendingFolders = 16384;
 // How much is handed to a thread at once: enough to make handing over cheap, little enough that the
 // threads end together.
 constexpr std::size_t kMaxItemsInBatch = 32;
@@ -89,188 +87,122 @@ void copyBatch(const Batch& batch, CopyContext& context, LinkGroups& groups) {
   }
 }
 
-class TreeCopier {
+class TreeCopy final : public TreeVisitor {
  public:
-  explicit TreeCopier(CopyContext& context) : context_(context) {}
+  explicit TreeCopy(CopyContext& context) : context_(context) {}
 
   bool copy(const Location& source, const Location& target);
 
- private:
-  struct Level {
-    std::shared_ptr<FolderInProgress> folder;
-    std::vector<std::string> folders;  // found in it and not yet copied
-    off_t position = 0;                // where reading it goes on
-    bool read = false;                 // nothing more to read
-  };
+  posix::FileDescriptor enter(int parent, const std::string& name) override;
+  bool visit(const Directory& folder, const Item& item) override;
+  bool leave(const Directory& folder, int parent, const std::string& name) override;
+  void failed(int error, int folder, const char* name) override {
+    context_.fail(error, folder, name);
+  }
+  bool stopped() override { return context_.stopped(); }
 
-  bool enter(int sourceFolder, const std::string& sourceName, int targetFolder,
-             const std::string& targetName);
+ private:
+  bool isRoot() const noexcept { return folders_.empty(); }
+  bool makeFolder(const struct stat& wanted, const std::string& name);
   bool isTarget(const struct stat& status) const;
-  bool walk();
-  bool read(Level& level);
-  bool take(Level& level, Batch& batch, const DirectoryReader::Entry& entry);
-  bool isFolder(const std::string& name, unsigned char type) const;
-  Batch newBatch(const Level& level) const;
-  void send(Batch& batch);
-  bool leave();
+  void send();
   bool finish();
 
   CopyContext& context_;
-  DirectoryChain sources_;
+  const Location* target_ = nullptr;
   DirectoryChain targets_;
-  std::vector<Level> levels_;
-  std::size_t pendingFolders_ = 0;
+  // On the way down; in each the copies of the items of the folder of the source.
+  std::vector<std::shared_ptr<FolderInProgress>> folders_;
+  Batch batch_;  // of the folder that is being read
   struct stat targetRoot_ {};
-  Directory root_;
+  Directory rootDirectory_;
+  std::shared_ptr<FolderInProgress> root_;  // once it is left
   std::optional<LinkGroups> groups_;
   CopyQueue queue_;  // last: its threads use what is above
 };
 
-bool TreeCopier::copy(const Location& source, const Location& target) {
-  if (!enter(source.descriptor(), source.name, target.descriptor(), target.name)) return false;
-  root_ = targets_.top();
-  dropInheritedAccessLists(root_->get());
-  groups_.emplace(root_->get());
-  const bool walked = walk();
+bool TreeCopy::copy(const Location& source, const Location& target) {
+  target_ = &target;
+  TreeWalk(*this).walk(source.descriptor(), source.name);
   queue_.finish();
-  return walked && finish();
+  return !context_.stopped() && finish();
 }
 
-bool TreeCopier::isTarget(const struct stat& status) const {
+posix::FileDescriptor TreeCopy::enter(int parent, const std::string& name) {
+  send();
+  posix::FileDescriptor source = openFolder(parent, name);
+  struct stat wanted {};
+  if (!source || ::fstat(source.get(), &wanted) != 0) {
+    context_.fail(errno, parent, name);
+  } else if (!isRoot() && isTarget(wanted)) {
+    // The copy is being made inside what is copied.
+    context_.fail(EINVAL, parent, name);
+  } else if (makeFolder(wanted, isRoot() ? target_->name : name)) {
+    return source;
+  }
+  return {};
+}
+
+bool TreeCopy::isTarget(const struct stat& status) const {
   return status.st_dev == targetRoot_.st_dev && status.st_ino == targetRoot_.st_ino;
 }
 
-bool TreeCopier::enter(int sourceFolder, const std::string& sourceName, int targetFolder,
-                       const std::string& targetName) {
-  posix::FileDescriptor source(
-      ::openat(sourceFolder, sourceName.c_str(),
-               O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat wanted {};
-  if (!source || ::fstat(source.get(), &wanted) != 0) {
-    return context_.fail(errno, sourceFolder, sourceName);
-  }
-  // The copy is being made inside what is copied.
-  if (!levels_.empty() && isTarget(wanted)) {
-    return context_.fail(EINVAL, sourceFolder, sourceName);
-  }
-  if (::mkdirat(targetFolder, targetName.c_str(), S_IRWXU) != 0) {
-    return context_.fail(errno, targetFolder, targetName);
-  }
-  posix::FileDescriptor target(
-      ::openat(targetFolder, targetName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+bool TreeCopy::makeFolder(const struct stat& wanted, const std::string& name) {
+  const int parent = isRoot() ? target_->descriptor() : targets_.top()->get();
+  if (::mkdirat(parent, name.c_str(), S_IRWXU) != 0) return context_.fail(errno, parent, name);
+  posix::FileDescriptor target = openFolder(parent, name);
   struct stat made {};
-  if (!target || ::fstat(target.get(), &made) != 0) {
-    return context_.fail(errno, targetFolder, targetName);
-  }
-  if (levels_.empty()) targetRoot_ = made;
-  sources_.push(std::move(source));
+  if (!target || ::fstat(target.get(), &made) != 0) return context_.fail(errno, parent, name);
   targets_.push(std::move(target));
-  levels_.push_back(
-      {std::make_shared<FolderInProgress>(context_, wanted, Ownership{made.st_uid, made.st_gid}),
-       {},
-       0,
-       false});
+  if (isRoot()) {
+    targetRoot_ = made;
+    rootDirectory_ = targets_.top();
+    dropInheritedAccessLists(rootDirectory_->get());
+    groups_.emplace(rootDirectory_->get());
+  }
+  folders_.push_back(
+      std::make_shared<FolderInProgress>(context_, wanted, Ownership{made.st_uid, made.st_gid}));
   return true;
 }
 
-// Ends in the root, which is left by finish().
-bool TreeCopier::walk() {
-  for (;;) {
-    if (context_.stopped()) return false;
-    Level& level = levels_.back();
-    if (!level.folders.empty()) {
-      const std::string next = std::move(level.folders.back());
-      level.folders.pop_back();
-      --pendingFolders_;
-      if (!enter(sources_.top()->get(), next, targets_.top()->get(), next)) return false;
-    } else if (!level.read) {
-      if (!read(level)) return false;
-    } else if (levels_.size() == 1) {
-      return true;
-    } else if (!leave()) {
-      return false;
-    }
-  }
+bool TreeCopy::visit(const Directory& folder, const Item& item) {
+  if (item.type == DT_DIR) return true;
+  if (batch_.items.empty()) batch_ = {folder, targets_.top(), folders_.back(), {}};
+  batch_.items.push_back({std::string(item.name), item.type == DT_REG || item.type == DT_UNKNOWN});
+  if (batch_.items.size() >= kMaxItemsInBatch) send();
+  return false;
 }
 
-// Reads on in the top directory, until its end or until enough folders are remembered.
-bool TreeCopier::read(Level& level) {
-  const int directory = sources_.top()->get();
-  if (::lseek(directory, level.position, SEEK_SET) < 0) {
-    return context_.fail(errno, directory, ".");
-  }
-  DirectoryReader reader(directory);
-  Batch batch = newBatch(level);
-  while (level.folders.empty() || pendingFolders_ < kMaxPendingFolders) {
-    const auto entry = reader.next();
-    if (!entry) {
-      level.read = true;
-      break;
-    }
-    level.position = reader.position();
-    if (!take(level, batch, *entry)) return false;
-  }
-  send(batch);
-  return reader.error() == 0 || context_.fail(reader.error(), directory, ".");
-}
-
-bool TreeCopier::take(Level& level, Batch& batch, const DirectoryReader::Entry& entry) {
-  std::string name(entry.name);
-  if (isFolder(name, entry.type)) {
-    level.folders.push_back(std::move(name));
-    ++pendingFolders_;
-    return true;
-  }
-  batch.items.push_back({std::move(name), entry.type == DT_REG || entry.type == DT_UNKNOWN});
-  if (batch.items.size() >= kMaxItemsInBatch) {
-    send(batch);
-    batch = newBatch(level);
-  }
-  return !context_.stopped();
-}
-
-bool TreeCopier::isFolder(const std::string& name, unsigned char type) const {
-  if (type != DT_UNKNOWN) return type == DT_DIR;
-  struct stat status {};
-  return ::fstatat(sources_.top()->get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-         S_ISDIR(status.st_mode);
-}
-
-Batch TreeCopier::newBatch(const Level& level) const {
-  return {sources_.top(), targets_.top(), level.folder, {}};
-}
-
-void TreeCopier::send(Batch& batch) {
-  if (batch.items.empty()) return;
-  auto shared = std::make_shared<Batch>(std::move(batch));
+void TreeCopy::send() {
+  if (batch_.items.empty()) return;
+  auto shared = std::make_shared<Batch>(std::exchange(batch_, {}));
   queue_.push([this, shared] { copyBatch(*shared, context_, *groups_); });
 }
 
-bool TreeCopier::leave() {
-  Level level = std::move(levels_.back());
-  levels_.pop_back();
-  level.folder->setDirectories(sources_.top(), targets_.top());
-  for (DirectoryChain* chain : {&sources_, &targets_}) {
-    const int error = chain->pop();
-    if (error != 0) return context_.fail(error, chain->top()->get(), "..");
-  }
-  return true;
+// The root stays open until the hidden folder in it is gone.
+bool TreeCopy::leave(const Directory& folder, int, const std::string&) {
+  send();
+  const Directory target = targets_.top();
+  const std::shared_ptr<FolderInProgress> left = std::move(folders_.back());
+  folders_.pop_back();
+  left->setDirectories(folder, target);
+  if (isRoot()) root_ = left;
+  if (const int error = targets_.pop(); error != 0) context_.fail(error, target->get(), "..");
+  return false;
 }
 
-bool TreeCopier::finish() {
-  if (context_.stopped()) return false;
+bool TreeCopy::finish() {
   if (const int error = groups_->finish(); error != 0) {
-    return context_.fail(error, root_->get(), ".");
+    return context_.fail(error, rootDirectory_->get(), ".");
   }
-  levels_.back().folder->setDirectories(sources_.top(), targets_.top());
-  levels_.clear();
+  root_.reset();
   return !context_.stopped();
 }
 
 }  // namespace
 
 bool copyTree(const Location& source, const Location& target, CopyContext& context) {
-  return TreeCopier(context).copy(source, target);
+  return TreeCopy(context).copy(source, target);
 }
 
 }  // namespace platform
