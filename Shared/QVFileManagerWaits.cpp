@@ -21,7 +21,7 @@ Date modificationDate(const std::string& path) {
 }
 
 bool isRecent(system_clock::time_point date) {
-  return system_clock::now() - date <= kQuiet;
+  return date >= system_clock::now() - kQuiet;
 }
 
 bool isLockFileThere(const std::string& path, const std::optional<std::string>& lockName) {

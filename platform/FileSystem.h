@@ -26,6 +26,7 @@ struct Attributes {
   std::uint32_t permissions = 0;
   std::uint32_t ownerId = 0;
   std::uint32_t groupId = 0;
+  // The first or last date of the type where the file system's is beyond.
   std::chrono::system_clock::time_point modificationDate;
   // The immutable flag; false where the file system has none.
   bool immutable = false;
@@ -103,7 +104,9 @@ class CopyObserver {
 // that the other file system and the user's rights can keep: links as links, hard-link groups,
 // permissions, owners, times to the nanosecond, extended attributes, access lists, holes in files,
 // empty folders, pipes, sockets and devices; not the immutable flag. Mounted file systems below the
-// source are copied with it.
+// source are copied with it. Rights that the source's file system does not give where it is mounted
+// are not given to the copy: programs lose the bits and capabilities by which they run as somebody
+// else, device nodes are left out.
 //
 // The copy grows under a hidden name beside the destination, closed to others, and gets its name
 // when it is complete: it fails when something exists there, never merges, and a failed copy leaves

@@ -72,6 +72,22 @@ TEST_F(FileSystemTest, AttributesAreTheItemsOwn) {
   EXPECT_FALSE(fs::attributes(sandbox_.path("missing")));
 }
 
+TEST_F(FileSystemTest, ADateThatTheClockCannotTellIsTheLastOrFirstThatItCan) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  sandbox_.mountTmpfs("disk");
+  const std::string file = sandbox_.makeFile("disk/file");
+  using std::chrono::system_clock;
+  const auto dateAt = [&](time_t seconds) {
+    const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+    EXPECT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+    return fs::attributes(file)->modificationDate;
+  };
+  EXPECT_EQ(dateAt(20000000000), system_clock::time_point::max());
+  EXPECT_EQ(dateAt(-20000000000), system_clock::time_point::min());
+  EXPECT_EQ(dateAt(9000000000), system_clock::from_time_t(9000000000));
+}
+
 TEST_F(FileSystemTest, ALinksTargetIsAnsweredAsItIsWritten) {
   create_symlink("../some/where", sandbox_.path("link"));
   EXPECT_THAT(fs::symbolicLinkTarget(sandbox_.path("link")),

@@ -14,6 +14,7 @@
 #include "platform/linux/files/CopyEntry.h"
 #include "platform/linux/files/CopyQueue.h"
 #include "platform/linux/files/DirectoryChain.h"
+#include "platform/linux/files/RemoveTree.h"
 #include "platform/linux/files/TreeWalk.h"
 
 namespace platform {
@@ -25,12 +26,28 @@ using Directory = DirectoryChain::Directory;
 // threads end together.
 constexpr std::size_t kMaxItemsInBatch = 32;
 
+constexpr mode_t kPermissionBits = 07777;
+
+// A new directory for its owner alone, whatever is taken from the mode of what is made. Without a
+// descriptor, and with errno set, on a failure.
+posix::FileDescriptor makeClosedFolder(int parent, const std::string& name) {
+  if (::mkdirat(parent, name.c_str(), S_IRWXU) != 0) return {};
+  posix::FileDescriptor folder = openFolder(parent, name);
+  if (folder || errno != EACCES) return folder;
+  allowOwner(parent, name.c_str());
+  return openFolder(parent, name);
+}
+
 // A directory of the copy. It gets its attributes when nothing more is made in it: when the walk
 // has left it and the last batch of its files is done, in whichever thread that is.
 class FolderInProgress {
  public:
-  FolderInProgress(CopyContext& context, const struct stat& wanted, Ownership made)
-      : context_(context), wanted_(wanted), made_(made) {}
+  // `made` is the status of the copy as it was made.
+  FolderInProgress(CopyContext& context, const struct stat& wanted, const struct stat& made)
+      : context_(context),
+        wanted_(wanted),
+        made_{made.st_uid, made.st_gid},
+        madeMode_(made.st_mode & kPermissionBits) {}
   ~FolderInProgress();
   FolderInProgress(const FolderInProgress&) = delete;
   FolderInProgress& operator=(const FolderInProgress&) = delete;
@@ -42,6 +59,7 @@ class FolderInProgress {
   CopyContext& context_;
   const struct stat wanted_;
   const Ownership made_;
+  const mode_t madeMode_;
   Directory source_;  // both set when the walk leaves
   Directory target_;
 };
@@ -54,7 +72,7 @@ void FolderInProgress::setDirectories(Directory source, Directory target) {
 FolderInProgress::~FolderInProgress() {
   if (!target_ || context_.stopped()) return;
   const int error =
-      copyAttributes(source_->get(), target_->get(), wanted_, made_, S_IRWXU, context_);
+      copyAttributes(source_->get(), target_->get(), wanted_, made_, madeMode_, context_);
   if (error != 0) {
     context_.fail(error, source_->get(), ".");
   } else {
@@ -149,19 +167,18 @@ bool TreeCopy::isTarget(const struct stat& status) const {
 
 bool TreeCopy::makeFolder(const struct stat& wanted, const std::string& name) {
   const int parent = isRoot() ? target_->descriptor() : targets_.top()->get();
-  if (::mkdirat(parent, name.c_str(), S_IRWXU) != 0) return context_.fail(errno, parent, name);
-  posix::FileDescriptor target = openFolder(parent, name);
+  posix::FileDescriptor target = makeClosedFolder(parent, name);
+  if (!target) return context_.fail(errno, parent, name);
+  if (isRoot()) dropInheritedAccessLists(target.get());
   struct stat made {};
-  if (!target || ::fstat(target.get(), &made) != 0) return context_.fail(errno, parent, name);
+  if (::fstat(target.get(), &made) != 0) return context_.fail(errno, parent, name);
   targets_.push(std::move(target));
   if (isRoot()) {
     targetRoot_ = made;
     rootDirectory_ = targets_.top();
-    dropInheritedAccessLists(rootDirectory_->get());
     groups_.emplace(rootDirectory_->get());
   }
-  folders_.push_back(
-      std::make_shared<FolderInProgress>(context_, wanted, Ownership{made.st_uid, made.st_gid}));
+  folders_.push_back(std::make_shared<FolderInProgress>(context_, wanted, made));
   return true;
 }
 

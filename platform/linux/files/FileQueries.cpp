@@ -19,11 +19,17 @@ Kind kindOf(std::uint32_t mode) {
   return Kind::other;
 }
 
+// The nearest that there is: file systems know dates that the clock's nanoseconds do not reach.
 std::chrono::system_clock::time_point dateOf(const statx_timestamp& time) {
-  const auto sinceEpoch =
-      std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-  return std::chrono::system_clock::time_point(
-      std::chrono::duration_cast<std::chrono::system_clock::duration>(sinceEpoch));
+  using Date = std::chrono::system_clock::time_point;
+  using std::chrono::duration_cast;
+  using std::chrono::seconds;
+  constexpr auto kFirst = duration_cast<seconds>(Date::min().time_since_epoch());
+  constexpr auto kLast = duration_cast<seconds>(Date::max().time_since_epoch());
+  if (seconds(time.tv_sec) <= kFirst) return Date::min();
+  if (seconds(time.tv_sec) >= kLast) return Date::max();
+  const auto sinceEpoch = seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  return Date(duration_cast<Date::duration>(sinceEpoch));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "platform/linux/SystemError.h"
 #include "platform/linux/files/CopyItem.h"
 #include "platform/linux/files/ExclusiveRename.h"
+#include "platform/linux/files/Leftovers.h"
 #include "platform/linux/files/RemoveTree.h"
 #include "platform/linux/files/StagedItem.h"
 #include "platform/linux/files/TemporaryName.h"
@@ -29,7 +30,8 @@ int setAside(const Location& from, const Location& aside, const struct stat& cop
 }
 
 void removeAside(const Location& aside) {
-  const Status removed = removeTree(aside);
+  // All of it stands in its new place: a folder that may not be written must not keep a remainder.
+  const Status removed = removeTree(aside, LockedFolders::open);
   if (removed.ok()) return;
   console::log("An item was moved, but what it was could not be removed: %@",
                removed.description());
@@ -48,7 +50,12 @@ Status moveAcross(const Location& from, const Location& to) {
   if (Status copied = copyTo(staged, from, nullptr); !copied.ok()) return copied;
   if (Status synced = staged.sync(); !synced.ok()) return synced;
   if (Status placed = staged.putInPlace(); !placed.ok()) return placed;
+  if (Status synced = staged.syncName(); !synced.ok()) {
+    staged.takeBack();
+    return synced;
+  }
 
+  removeLeftovers(from.descriptor());
   const Location aside = locationIn(from.descriptor(), temporaryName("moving"));
   const int error = aside ? setAside(from, aside, item) : errno;
   if (error != 0) {

@@ -30,12 +30,6 @@ posix::FileDescriptor openBelow(int folder, const char* name) {
   return directory;
 }
 
-void givePermissions(int folder, const char* name) {
-  const posix::FileDescriptor item(::openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  const std::string path = "/proc/self/fd/" + std::to_string(item.get());
-  if (item) ::chmod(path.c_str(), S_IRWXU);
-}
-
 class Removal final : public TreeVisitor {
  public:
   explicit Removal(LockedFolders lockedFolders) : lockedFolders_(lockedFolders) {}
@@ -61,7 +55,7 @@ posix::FileDescriptor Removal::open(int parent, const std::string& name) const {
   posix::FileDescriptor directory = openBelow(parent, name.c_str());
   if (lockedFolders_ == LockedFolders::respect) return directory;
   if (!directory && errno == EACCES) {
-    givePermissions(parent, name.c_str());
+    allowOwner(parent, name.c_str());
     directory = openBelow(parent, name.c_str());
   }
   if (directory) ::fchmod(directory.get(), S_IRWXU);
@@ -111,6 +105,12 @@ void Removal::failed(int error, int folder, const char* name) {
 }
 
 }  // namespace
+
+void allowOwner(int folder, const char* name) {
+  const posix::FileDescriptor item(::openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const std::string path = "/proc/self/fd/" + std::to_string(item.get());
+  if (item) ::chmod(path.c_str(), S_IRWXU);
+}
 
 Status removeTree(const Location& location, LockedFolders lockedFolders) {
   if (::unlinkat(location.descriptor(), location.name.c_str(), 0) == 0) return {};
