@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/files/MountRights.h"
+
 namespace platform {
 namespace {
 
@@ -40,6 +42,7 @@ class ExtendedAttributes {
     return path_.empty() ? ::fsetxattr(item_, name, value.data(), value.size(), 0)
                          : ::setxattr(path_.c_str(), name, value.data(), value.size(), 0);
   }
+  bool mayChangeIdentity() const { return rightsOfMount(item_).changeIdentity; }
 
  private:
   int item_;
@@ -66,6 +69,11 @@ int copyOne(const ExtendedAttributes& in, const ExtendedAttributes& out, const c
   return out.set(name, value) == 0 || isBearable(errno) ? 0 : errno;
 }
 
+// What gives a program rights that its user does not have.
+bool isCapability(const char* name) {
+  return std::string_view(name) == "security.capability";
+}
+
 int copyExtendedAttributes(const ExtendedAttributes& in, const ExtendedAttributes& out) {
   char usual[kUsualListSize];
   std::vector<char> large;
@@ -78,32 +86,54 @@ int copyExtendedAttributes(const ExtendedAttributes& in, const ExtendedAttribute
   }
   if (size < 0) return isBearable(errno) || errno == ENOENT ? 0 : errno;
   for (const char* name = names; name < names + size; name += std::strlen(name) + 1) {
+    if (isCapability(name) && !in.mayChangeIdentity()) continue;
     if (const int error = copyOne(in, out, name); error != 0) return error;
   }
   return 0;
 }
 
-// Whether the copy belongs to `wanted` now; a user may not give files away.
-bool takeOwnership(int out, const struct stat& wanted, Ownership present) {
-  if (wanted.st_uid == present.user && wanted.st_gid == present.group) return true;
-  if (::fchownat(out, "", wanted.st_uid, wanted.st_gid, AT_EMPTY_PATH) == 0) return true;
-  constexpr auto kUnchanged = static_cast<uid_t>(-1);
-  const bool groupTaken = ::fchownat(out, "", kUnchanged, wanted.st_gid, AT_EMPTY_PATH) == 0;
-  return groupTaken && wanted.st_uid == present.user;
+// What only says that this user may not give files away, or that there is no such owner here.
+bool isRefusedOwner(int error) {
+  return error == EPERM || error == EACCES || error == EINVAL || error == ENOTSUP ||
+         error == EOVERFLOW;
 }
 
-mode_t allowedMode(const struct stat& wanted, bool owned) {
+// 0, also where that is refused, or an error number.
+int changeOwner(int out, uid_t user, gid_t group, bool& done) {
+  done = ::fchownat(out, "", user, group, AT_EMPTY_PATH) == 0;
+  return done || isRefusedOwner(errno) ? 0 : errno;
+}
+
+// `owned` is set to whether the copy belongs to `wanted` now. 0 or an error number.
+int takeOwnership(int out, const struct stat& wanted, Ownership present, bool& owned) {
+  owned = wanted.st_uid == present.user && wanted.st_gid == present.group;
+  if (owned) return 0;
+  if (const int error = changeOwner(out, wanted.st_uid, wanted.st_gid, owned);
+      error != 0 || owned) {
+    return error;
+  }
+  constexpr auto kUnchanged = static_cast<uid_t>(-1);
+  const int error = changeOwner(out, kUnchanged, wanted.st_gid, owned);
+  owned = owned && wanted.st_uid == present.user;
+  return error;
+}
+
+// Of a folder the bits only say whose group what is made in it has.
+mode_t allowedMode(int in, const struct stat& wanted, bool owned) {
   const mode_t mode = wanted.st_mode & kPermissionBits;
-  return owned ? mode : mode & ~kRunAsBits;
+  if (!owned) return mode & ~kRunAsBits;
+  const bool runsAs = !S_ISDIR(wanted.st_mode) && (mode & kRunAsBits) != 0;
+  return runsAs && !rightsOfMount(in).changeIdentity ? mode & ~kRunAsBits : mode;
 }
 
 }  // namespace
 
 int copyAttributes(int in, int out, const struct stat& wanted, Ownership present,
                    mode_t presentMode, const CopyContext&) {
-  const bool owned = takeOwnership(out, wanted, present);
+  bool owned = false;
+  if (const int error = takeOwnership(out, wanted, present, owned); error != 0) return error;
   if (const int error = copyExtendedAttributes({in, false}, {out, false}); error != 0) return error;
-  const mode_t mode = allowedMode(wanted, owned);
+  const mode_t mode = allowedMode(in, wanted, owned);
   if (mode != presentMode && ::fchmod(out, mode) != 0) return errno;
   const timespec times[2] = {wanted.st_atim, wanted.st_mtim};
   return ::futimens(out, times) == 0 ? 0 : errno;
@@ -111,13 +141,14 @@ int copyAttributes(int in, int out, const struct stat& wanted, Ownership present
 
 int copyPlaceAttributes(int in, int out, const struct stat& wanted, Ownership present,
                         const CopyContext& context) {
-  const bool owned = takeOwnership(out, wanted, present);
+  bool owned = false;
+  if (const int error = takeOwnership(out, wanted, present, owned); error != 0) return error;
   const bool link = S_ISLNK(wanted.st_mode);
   // Of a link, only the attributes that the superuser may set can be there.
   if (!link || context.isSuperuser()) {
     if (const int error = copyExtendedAttributes({in, true}, {out, true}); error != 0) return error;
   }
-  if (!link && ::chmod(pathOfDescriptor(out).c_str(), allowedMode(wanted, owned)) != 0) {
+  if (!link && ::chmod(pathOfDescriptor(out).c_str(), allowedMode(in, wanted, owned)) != 0) {
     return errno;
   }
   const timespec times[2] = {wanted.st_atim, wanted.st_mtim};

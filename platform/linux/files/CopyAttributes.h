@@ -15,8 +15,8 @@ struct Ownership {
 // Gives the copy `out` of the item `in`, both open, what `wanted` says: owner and group where that
 // is allowed, extended attributes and access lists where the file system has them, permissions, and
 // last of all the times. `present` is the copy's ownership as it was made, `presentMode` its
-// permission bits. Without the owner the bits that run a program as its owner are dropped. 0 or an
-// error number.
+// permission bits. Without the owner, or from where programs may not run as somebody else
+// (MountRights.h), the bits and capabilities for that are dropped. 0 or an error number.
 int copyAttributes(int in, int out, const struct stat& wanted, Ownership present,
                    mode_t presentMode, const CopyContext& context);
 

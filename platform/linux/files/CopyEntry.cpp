@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "platform/linux/files/CopyContents.h"
+#include "platform/linux/files/MountRights.h"
 #include "platform/linux/files/OpenSource.h"
 #include "posix/FileDescriptor.h"
 
@@ -106,6 +107,11 @@ int EntryCopy::copyNewFile(const posix::FileDescriptor& in, const struct stat& s
   return copyAttributes(in.get(), out.get(), status, ownershipOf(out.get()), present, context_);
 }
 
+// A node that is no device where it is must not become one.
+bool isBarredDevice(const posix::FileDescriptor& in, const struct stat& status) {
+  return (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) && !rightsOfMount(in.get()).devices;
+}
+
 int EntryCopy::copySpecial() {
   const posix::FileDescriptor in(
       ::openat(places_.sourceFolder, places_.sourceName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
@@ -113,6 +119,7 @@ int EntryCopy::copySpecial() {
   if (!in || ::fstat(in.get(), &status) != 0) return errno;
   // It has become a file or a folder since it was listed.
   if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) return ESTALE;
+  if (isBarredDevice(in, status)) return 0;
   return copyOncePerGroup(status, [&] { return makeSpecial(in, status); });
 }
 
