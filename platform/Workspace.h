@@ -19,7 +19,8 @@ bool isFilePackage(const std::string& path);
 // person's home, from which file managers can restore them: that is a link, made when nothing is
 // there, to the home's trash by the freedesktop.org Trash specification, with the information for
 // restoring written before an item goes in. A real folder at `trash` takes the items without
-// information.
+// information; so does a disk without room for it, which the console is told: moving an item needs
+// no room.
 //
 // A taken name gets a number before its extension. Each item is moved whole or not at all, across
 // file systems too, keeps its owner, and is never deleted; answers true when all were moved.

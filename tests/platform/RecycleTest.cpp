@@ -1,15 +1,19 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
 #include "platform/FileSystem.h"
 #include "platform/Workspace.h"
+#include "tests/support/ConsoleOf.h"
+#include "tests/support/LoopImage.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/TreeDescription.h"
 
@@ -41,6 +45,15 @@ class RecycleTest : public testing::Test {
 
   Sandbox sandbox_;
 };
+
+// Takes the last block of the file system that `path` is on.
+void fill(const std::string& path) {
+  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  const std::string block(1024, 'x');
+  while (::write(file, block.data(), block.size()) > 0) {
+  }
+  ::close(file);
+}
 
 unsigned permissionsOf(const std::string& path) {
   return fs::attributes(path)->permissions;
@@ -185,16 +198,80 @@ TEST_F(RecycleTest, WhenItCannotBeMovedItStaysWholeAndNoInformationIsLeft) {
   EXPECT_THAT(fs::list(small + "/.local/share/Trash/files"), Optional(ElementsAre()));
 }
 
-TEST_F(RecycleTest, WhereTheInformationOnlyFitsInPartTheItemStays) {
+TEST_F(RecycleTest, WhereTheInformationOnlyFitsInPartTheItemGoesWithoutIt) {
   sandbox_.makeFile("Applications/A.app/file", "x");
   ASSERT_TRUE(recycle(applications(), trash(), {"A.app"}));
   sandbox_.makeFile("Applications/A.app/file", "y");
   const rlimit tenBytes = {10, 10};
   std::signal(SIGXFSZ, SIG_IGN);
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &tenBytes), 0);
-  EXPECT_FALSE(recycle(applications(), trash(), {"A.app"}));
-  EXPECT_EQ(readFile(applications() + "/A.app/file"), "y");
+  EXPECT_TRUE(recycle(applications(), trash(), {"A.app"}));
+  EXPECT_EQ(readFile(trash() + "/A 2.app/file"), "y");
   EXPECT_THAT(fs::list(homeTrash() + "/info"), Optional(ElementsAre("A.app.trashinfo")));
+}
+
+TEST_F(RecycleTest, OnAFullDiskItemsGoIntoTheTrashWithoutInformation) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const test::LoopImage image(sandbox_, "disk");
+  const std::string home = sandbox_.makeDirectory("disk/home");
+  sandbox_.makeFile("disk/A.app/file", "x");
+  sandbox_.makeFile("disk/B.app/file", "y");
+  ASSERT_TRUE(recycle(image.mountPoint(), home + "/.Trash", {"A.app"}));
+  fill(image.mountPoint() + "/ballast");
+  const std::string console = test::consoleOf(
+      [&] { EXPECT_TRUE(recycle(image.mountPoint(), home + "/.Trash", {"B.app"})); });
+  EXPECT_THAT(console, testing::HasSubstr("No information for restoring \"" + image.mountPoint() +
+                                          "/B.app\" could be written: No space left on device"));
+  EXPECT_EQ(readFile(home + "/.Trash/B.app/file"), "y");
+  EXPECT_THAT(fs::list(home + "/.local/share/Trash/info"),
+              Optional(ElementsAre("A.app.trashinfo")));
+}
+
+// On this disk there is room for few inodes: for one folder, and not for all of a trash.
+TEST_F(RecycleTest, WithRoomForOneFolderThatIsTheTrash) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const std::string disk = sandbox_.mountTmpfs("disk");
+  sandbox_.makeFile("disk/A.app/file", "x");
+  sandbox_.makeDirectory("disk/home/.local/share");
+  const std::string home = disk + "/home";
+  // The root, the bundle, its file, the home and two folders in it are there.
+  ASSERT_EQ(std::system(("mount -o remount,nr_inodes=7 " + disk).c_str()), 0);
+  EXPECT_TRUE(recycle(disk, home + "/.Trash", {"A.app"}));
+  EXPECT_EQ(readFile(home + "/.Trash/A.app/file"), "x");
+}
+
+TEST_F(RecycleTest, WithoutRoomForItsFolderThereIsNoInformation) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const std::string disk = sandbox_.mountTmpfs("disk");
+  sandbox_.makeFile("disk/A.app/file", "x");
+  sandbox_.makeDirectory("disk/home/.local/share");
+  const std::string home = disk + "/home";
+  ASSERT_EQ(std::system(("mount -o remount,nr_inodes=8 " + disk).c_str()), 0);
+  EXPECT_TRUE(recycle(disk, home + "/.Trash", {"A.app"}));
+  EXPECT_EQ(readFile(home + "/.local/share/Trash/files/A.app/file"), "x");
+}
+
+TEST_F(RecycleTest, InformationWithoutAnItemIsTakenAwayAfterADay) {
+  sandbox_.makeFile("Applications/A.app/file", "x");
+  ASSERT_TRUE(recycle(applications(), trash(), {"A.app"}));
+  const std::string folder = homeTrash() + "/info";
+  const auto write = [&](const std::string& name, bool old) {
+    ASSERT_TRUE(fs::writeAtomically(folder + "/" + name, "[Trash Info]\n").ok());
+    const auto age = std::chrono::hours(old ? 25 : 23);
+    std::filesystem::last_write_time(folder + "/" + name,
+                                     std::filesystem::file_time_type::clock::now() - age);
+  };
+  write("A.app.trashinfo", true);
+  write("old.trashinfo", true);
+  write("new.trashinfo", false);
+  write("other", true);
+  sandbox_.makeFile("Applications/B.app/file", "x");
+  ASSERT_TRUE(recycle(applications(), trash(), {"B.app"}));
+  EXPECT_THAT(fs::list(folder), Optional(ElementsAre("A.app.trashinfo", "B.app.trashinfo",
+                                                     "new.trashinfo", "other")));
 }
 
 TEST_F(RecycleTest, AnImmutableItemStays) {

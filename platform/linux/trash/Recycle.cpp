@@ -3,11 +3,14 @@
 
 #include <ctime>
 
+#include "platform/Console.h"
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
 #include "platform/ProcessInfo.h"
 #include "platform/Workspace.h"
+#include "platform/linux/SystemError.h"
 #include "platform/linux/files/MoveItem.h"
+#include "platform/linux/trash/LeftoverInformation.h"
 #include "platform/linux/trash/TrashFolder.h"
 #include "platform/linux/trash/TrashInformation.h"
 #include "platform/linux/users/ConsoleHome.h"
@@ -92,10 +95,18 @@ int Recycler::moveWithInformation(const Location& item, const std::string& name)
   InformationFile information(
       trash_.information, trashInformationName(name),
       trashInformation(path::appending(source_, item.name), std::time(nullptr)));
-  if (information.error() != 0) return information.error();
+  if (information.error() == EEXIST) return EEXIST;
   const int error = moveAs(item, name);
-  if (error == 0) information.keep();
-  return error;
+  if (error != 0) return error;
+  if (information.error() == 0) {
+    information.keep();
+  } else {
+    // Better there without it than left to be written over.
+    console::log("No information for restoring \"%@\" could be written: %@",
+                 path::appending(source_, item.name),
+                 statusFromErrno(information.error()).description());
+  }
+  return 0;
 }
 
 }  // namespace
@@ -105,6 +116,7 @@ bool recycle(const std::string& source, const std::string& trash,
   if (names.empty() || !source.starts_with('/') || !trash.starts_with('/')) return false;
   const TrashFolder folder = openTrash(trash);
   if (!folder) return false;
+  removeLeftoverInformation(folder);
   const Recycler recycler(source, folder);
   bool all = true;
   for (const std::string& name : names) all = recycler.recycle(name) && all;

@@ -23,6 +23,11 @@ constexpr char kInformation[] = "info";
 constexpr mode_t kClosed = S_IRWXU;
 const std::vector<std::string> kHomeTrash = {".local", "share", "Trash", kFiles};
 
+// Then an item still goes where there is a folder: a move takes less room than a folder does.
+bool hasNoRoom(int error) {
+  return error == ENOSPC || error == EDQUOT;
+}
+
 posix::FileDescriptor openFolder(const std::string& path) {
   return posix::FileDescriptor(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
@@ -47,7 +52,7 @@ class SuperusersView {
     if (components_.size() != 1 || components_.front() != kDoor) return ordinary();
     struct stat status {};
     if (::fstatat(home_.get(), kDoor, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      return errno == ENOENT && makeDoor() ? behind(kHomeTrash) : TrashFolder();
+      return errno == ENOENT ? make() : TrashFolder();
     }
     if (!S_ISLNK(status.st_mode)) return ordinary();
     const auto target = doorTarget();
@@ -65,6 +70,13 @@ class SuperusersView {
       if (!trash.files) return {};
       folder = &trash.files;
     }
+    return trash;
+  }
+
+  TrashFolder make() const {
+    TrashFolder trash = behind(kHomeTrash);
+    if (trash) return makeDoor() || hasNoRoom(errno) ? std::move(trash) : TrashFolder();
+    if (hasNoRoom(errno)) trash.files = descendOrMake(home_, kDoor, kClosed);
     return trash;
   }
 
@@ -93,9 +105,10 @@ class SuperusersView {
     }
     if (!folder) return {};
     TrashFolder trash;
+    trash.files = descendOrMake(folder, kFiles, kClosed);
+    if (!trash.files) return trash;
     trash.information = descendOrMake(folder, kInformation, kClosed);
-    if (trash.information) trash.files = descendOrMake(folder, kFiles, kClosed);
-    return trash;
+    return trash.information || hasNoRoom(errno) ? std::move(trash) : TrashFolder();
   }
 
   posix::FileDescriptor home_;
@@ -120,8 +133,15 @@ bool makeTrash(const std::string& files) {
   const std::string trash = path::deletingLastComponent(files);
   const Status parent = file_system::createDirectory(path::deletingLastComponent(trash));
   if (!parent.ok()) errno = parent.code();
-  return parent.ok() && makeClosedFolder(trash) && makeClosedFolder(files) &&
-         makeClosedFolder(path::appending(trash, kInformation));
+  if (!parent.ok() || !makeClosedFolder(trash)) return false;
+  if (!makeClosedFolder(files)) {
+    // An empty trash takes the room of the folder that can stand in for it.
+    const int error = errno;
+    ::rmdir(trash.c_str());
+    errno = error;
+    return false;
+  }
+  return makeClosedFolder(path::appending(trash, kInformation)) || hasNoRoom(errno);
 }
 
 bool isMissing(const std::string& path) {
@@ -138,21 +158,26 @@ std::optional<std::string> throughDoor(const std::string& path) {
   }
   if (path::lastComponent(path) != kDoor || !isMissing(path)) return std::nullopt;
   const std::string files = path::appending(dataHome(home), "Trash/files");
-  if (!makeTrash(files) || ::symlink(files.c_str(), path.c_str()) != 0) return std::nullopt;
+  if (!makeTrash(files)) return std::nullopt;
+  if (::symlink(files.c_str(), path.c_str()) != 0 && !hasNoRoom(errno)) return std::nullopt;
   return files;
+}
+
+// The folder that stands in for a trash for whose folders there is no room.
+void makeOrdinaryFolder(const std::string& path) {
+  if (path::lastComponent(path) == kDoor && isMissing(path)) makeClosedFolder(path);
 }
 
 TrashFolder openAsUser(const std::string& path) {
   TrashFolder trash;
   const std::optional<std::string> files = throughDoor(path);
+  if (!files && hasNoRoom(errno)) makeOrdinaryFolder(path);
   const bool door = files && path::lastComponent(*files) == kFiles;
   if (door && !makeTrash(*files)) return trash;
-  trash.files = openFolder(path);
-  if (trash.files && door) {
-    trash.information.reset(
-        ::openat(trash.files.get(), "../info", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!trash.information) trash.files.reset();
-  }
+  trash.files = openFolder(door ? *files : path);
+  if (!trash.files || !door) return trash;
+  trash.information.reset(::openat(trash.files.get(), "../info", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!trash.information && errno != ENOENT) trash.files.reset();
   return trash;
 }
 

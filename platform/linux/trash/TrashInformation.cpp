@@ -62,6 +62,11 @@ std::string trashInformationName(std::string_view name) {
   return std::string(name).append(kSuffix);
 }
 
+std::string itemOfTrashInformation(std::string_view name) {
+  if (!name.ends_with(kSuffix)) return "";
+  return std::string(name.substr(0, name.size() - kSuffix.size()));
+}
+
 std::string nameInTrash(std::string_view name, unsigned attempt) {
   constexpr std::size_t kLongest = NAME_MAX - kSuffix.size();
   std::string extension = path::extension(name);

@@ -17,6 +17,9 @@ std::string trashInformation(std::string_view original, std::time_t date);
 // The name of the information file of an item that is called `name` in the Trash.
 std::string trashInformationName(std::string_view name);
 
+// The name of the item whose information file is called `name`; "" when it is none.
+std::string itemOfTrashInformation(std::string_view name);
+
 // The name under which an item called `name` is tried for the `attempt`th time, from 1 on: its own
 // name, then with a blank and the number before its extension. Shortened where name and information
 // file's name would be longer than a file system takes; never inside a UTF-8 character.
