@@ -243,15 +243,18 @@ class QVFileManager {
 
   // Zip archives, made and unpacked by the program /usr/bin/ditto (or what the system has in its
   // place), which is waited for without limit. The answer is whether something is at the
-  // destination afterwards, whatever the program said: what could not be taken away before counts.
+  // destination afterwards, whatever the program said; where something could not be taken away from
+  // there before, the program must also have succeeded.
 
   // Puts an item into a new archive; a folder's own name goes in before those of its contents
-  // unless `includeParent` is false. An archive that is there is trashed first, see trashFile.
+  // unless `includeParent` is false. An archive that is there is trashed first, see trashFile;
+  // one that cannot be is replaced whole.
   static bool compressFile(const std::string& source, const std::string& archive);
   static bool compressFile(const std::string& source, const std::string& archive,
                            bool includeParent);
   // Unpacks an archive into a new folder. One that is there is moved to the Trash first, as the
-  // desktop does it and never with administrator rights.
+  // desktop does it and never with administrator rights; into one that cannot be the items are
+  // unpacked beside and over those that are there.
   static bool decompressFile(const std::string& archive, const std::string& folder);
 
   // Makes an application bundle known to the desktop; whether that succeeded.

@@ -40,7 +40,7 @@ Status pack(const std::string& source, const std::string& archive, bool keepPare
   if (!from) return statusFromErrno(errno, source);
   const Location to = platform::locate(archive);
   if (!to) return statusFromErrno(errno, archive);
-  platform::StagedItem staged(to, "archiving");
+  platform::StagedItem staged(to, "archiving", platform::StagedItem::Existing::replaced);
   if (!staged.status().ok()) return staged.status();
   const Status status = write(from, keepParent, staged.location());
   return status.ok() ? staged.putInPlace() : status;

@@ -3,9 +3,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "archiver/MergeTree.h"
 #include "archiver/UnpackedTree.h"
 #include "platform/linux/SystemError.h"
 #include "platform/linux/files/StagedItem.h"
+#include "platform/linux/files/TemporaryName.h"
+#include "platform/linux/files/TreeWalk.h"
 
 namespace archiver {
 namespace {
@@ -29,6 +32,37 @@ posix::FileDescriptor openArchive(const std::string& path, struct stat& status) 
   return {};
 }
 
+// Unpacks under the hidden name; its folder, or none and the failure in `status`.
+posix::FileDescriptor unpackHidden(const ZipReader& archive, const platform::StagedItem& staged,
+                                   std::uint64_t size, Status& status) {
+  status = staged.status();
+  if (!status.ok()) return {};
+  posix::FileDescriptor root = makeClosedFolder(staged.location());
+  status = root ? unpackInto(archive, root.get(), boundsFor(root.get(), size))
+                : statusFromErrno(errno, pathOf(staged.location()));
+  return root;
+}
+
+Status unpackNew(const ZipReader& archive, const Location& to, std::uint64_t size) {
+  platform::StagedItem staged(to, "unpacking");
+  Status status;
+  const posix::FileDescriptor root = unpackHidden(archive, staged, size, status);
+  if (!status.ok()) return status;
+  if (::fchmod(root.get(), usualMode(0777)) != 0) return statusFromErrno(errno, pathOf(to));
+  return staged.putInPlace();
+}
+
+// The folder around it may be one that the user may not write, so this grows inside. It never gets
+// a name of its own: its items do.
+Status unpackOver(const ZipReader& archive, int folder, std::uint64_t size) {
+  const Location within = platform::locationIn(folder, platform::temporaryName("unpacking"));
+  if (!within) return statusFromErrno(errno);
+  platform::StagedItem staged(within, "unpacking");
+  Status status;
+  const posix::FileDescriptor root = unpackHidden(archive, staged, size, status);
+  return status.ok() ? mergeTree(staged.location(), folder) : status;
+}
+
 }  // namespace
 
 Status unpackInto(const ZipReader& archive, int folder, const Bounds& bounds) {
@@ -50,16 +84,9 @@ Status unpack(const std::string& archive, const std::string& folder) {
 
   const Location to = platform::locate(folder);
   if (!to) return statusFromErrno(errno, folder);
-  platform::StagedItem staged(to, "unpacking");
-  if (!staged.status().ok()) return staged.status();
-  const posix::FileDescriptor root = makeClosedFolder(staged.location());
-  if (!root) return statusFromErrno(errno, folder);
   const auto size = static_cast<std::uint64_t>(found.st_size);
-  if (Status status = unpackInto(reader, root.get(), boundsFor(root.get(), size)); !status.ok()) {
-    return status;
-  }
-  if (::fchmod(root.get(), usualMode(0777)) != 0) return statusFromErrno(errno, folder);
-  return staged.putInPlace();
+  const posix::FileDescriptor existing = platform::openFolder(to.descriptor(), to.name);
+  return existing ? unpackOver(reader, existing.get(), size) : unpackNew(reader, to, size);
 }
 
 }  // namespace archiver

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <limits>
 
+#include "archiver/EntryPath.h"
 #include "archiver/Interruption.h"
 #include "platform/linux/SystemError.h"
 #include "posix/WriteAll.h"
@@ -51,6 +52,12 @@ ZipWriter::ZipWriter(const std::string& path, int root)
   if (zip_) zip_register_cancel_callback_with_state(zip_.get(), cancelled, nullptr, nullptr);
 }
 
+// Who wants the archive back must learn of it while what it is made of is still there.
+void ZipWriter::warnOfLink(const SourceItem& item) const {
+  std::fprintf(stderr, "archiver: %s leads out of the archive, which cannot be unpacked with it\n",
+               platform::pathOf(sources_.root, item.path).c_str());
+}
+
 Status ZipWriter::add(const SourceItem& item) {
   if (!opened_.ok()) return opened_;
   const mode_t type = item.status.st_mode & S_IFMT;
@@ -66,6 +73,7 @@ Status ZipWriter::add(const SourceItem& item) {
 
 zip_int64_t ZipWriter::addEntry(const SourceItem& item) {
   if (S_ISLNK(item.status.st_mode)) {
+    if (namesOutside(item.name, item.linkTarget)) warnOfLink(item);
     constexpr int kKeep = 0;
     const std::string& target = linkTargets_.emplace_back(item.linkTarget);
     return addContents(item, zip_source_buffer(zip_.get(), target.data(), target.size(), kKeep));

@@ -23,6 +23,7 @@ class ZipWriter {
   platform::Status finish();
 
  private:
+  void warnOfLink(const SourceItem& item) const;
   zip_int64_t addEntry(const SourceItem& item);
   zip_int64_t addContents(const SourceItem& item, zip_source_t* contents);
   bool describe(zip_uint64_t index, const SourceItem& item);

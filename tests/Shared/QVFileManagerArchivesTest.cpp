@@ -85,12 +85,59 @@ TEST_F(QVFileManagerArchivesTest, AFolderThatIsThereIsRecycledFirst) {
   });
 }
 
-// Administrator rights would trash it; the old folder is then the answer.
+// What is there cannot be taken away: there is no Trash.
+class QVFileManagerUnmovableTest : public QVFileManagerArchivesTest {
+ protected:
+  void takeTheTrashAway() const { makeFileInHome(".Trash"); }
+};
+
+TEST_F(QVFileManagerUnmovableTest, AnArchiveThatCannotBeTrashedIsReplacedWhole) {
+  asUser(Rights::impossible, [this] {
+    takeTheTrashAway();
+    makeFileInHome("archive.zip", "old");
+    EXPECT_TRUE(QVFileManager::compressFile(makeBundleInHome(), archive()));
+    EXPECT_TRUE(readFile(archive()).starts_with("PK"));
+    EXPECT_TRUE(QVFileManager::decompressFile(archive(), folder()));
+  });
+}
+
+TEST_F(QVFileManagerUnmovableTest, AnArchiveThatIsOnlyStillThereIsNoSuccess) {
+  asUser(Rights::impossible, [this] {
+    takeTheTrashAway();
+    makeFileInHome("archive.zip", "old");
+    EXPECT_FALSE(QVFileManager::compressFile(inHome("missing"), archive()));
+    EXPECT_EQ(readFile(archive()), "old");
+  });
+}
+
+TEST_F(QVFileManagerUnmovableTest, AFolderThatCannotBeRecycledIsMergedInto) {
+  asUser(Rights::impossible, [this] {
+    takeTheTrashAway();
+    makeFileInHome("unpacked/Sample.app/Contents/file", "old");
+    makeFileInHome("unpacked/Sample.app/Contents/kept", "kept");
+    EXPECT_TRUE(QVFileManager::compressFile(makeBundleInHome(), archive()));
+    EXPECT_TRUE(QVFileManager::decompressFile(archive(), folder()));
+    EXPECT_THAT(namesIn(folder()), ElementsAre("Sample.app"));
+    EXPECT_THAT(namesIn(folder() + "/Sample.app/Contents"), ElementsAre("file", "kept", "link"));
+    EXPECT_EQ(readFile(folder() + "/Sample.app/Contents/file"), "contents");
+  });
+}
+
+TEST_F(QVFileManagerUnmovableTest, AFolderThatIsOnlyStillThereIsNoSuccess) {
+  asUser(Rights::impossible, [this] {
+    takeTheTrashAway();
+    makeFileInHome("unpacked/old", "old");
+    EXPECT_FALSE(QVFileManager::decompressFile(inHome("missing.zip"), folder()));
+    EXPECT_EQ(readFile(folder() + "/old"), "old");
+  });
+}
+
+// Administrator rights would trash it.
 TEST_F(QVFileManagerArchivesTest, AProtectedFolderIsNotTakenAwayWithAdministratorRights) {
   const std::string old = sandbox_.makeDirectory("protected/folder");
   asUser(Rights::granted, [&] {
     makeFileInHome("archive.zip", zipOf({{"file", "new"}}));
-    EXPECT_TRUE(QVFileManager::decompressFile(archive(), old));
+    EXPECT_FALSE(QVFileManager::decompressFile(archive(), old));
     EXPECT_THAT(namesIn(old), IsEmpty());
     EXPECT_FALSE(exists(trash() + "/folder"));
   });

@@ -129,11 +129,41 @@ TEST_F(PackTest, SpecialFilesAreSkippedAndSaid) {
   EXPECT_FALSE(fs::exists(unpacked() + "/folder/pipe"));
 }
 
-TEST_F(PackTest, AnArchiveThatIsThereStays) {
+TEST_F(PackTest, AnArchiveThatIsThereIsReplacedByAWholeOneOnly) {
   sandbox_.makeFile("place/archive.zip", "old");
+  EXPECT_FALSE(pack(sandbox_.path("missing"), archive(), true).ok());
+  EXPECT_EQ(readFile(archive()), "old");
+  EXPECT_TRUE(pack(sandbox_.makeFile("file", "x"), archive(), true).ok());
+  ASSERT_TRUE(unpack(archive(), unpacked()).ok());
+  EXPECT_EQ(readFile(unpacked() + "/file"), "x");
+}
+
+TEST_F(PackTest, ALinkInTheArchivesPlaceIsReplacedAndNotFollowed) {
+  const std::string target = sandbox_.makeFile("target", "old");
+  sandbox_.makeDirectory("place");
+  fs::create_symlink(target, archive());
+  EXPECT_TRUE(pack(sandbox_.makeFile("file", "x"), archive(), true).ok());
+  EXPECT_FALSE(fs::is_symlink(archive()));
+  EXPECT_EQ(readFile(target), "old");
+}
+
+TEST_F(PackTest, AFolderInTheArchivesPlaceStays) {
+  sandbox_.makeDirectory("place/archive.zip");
   EXPECT_THAT(pack(sandbox_.makeFile("file"), archive(), true).description(),
               HasSubstr("File exists"));
-  EXPECT_EQ(readFile(archive()), "old");
+  EXPECT_TRUE(fs::is_directory(archive()));
+}
+
+TEST_F(PackTest, ALinkThatCannotBeUnpackedIsPackedAndSaid) {
+  sandbox_.makeDirectory("source/folder");
+  fs::create_symlink("/etc", sandbox_.path("source/folder/out"));
+  fs::create_symlink("../folder", sandbox_.path("source/folder/in"));
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(pack(sandbox_.path("source/folder"), archive(), true).ok());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "archiver: " + sandbox_.path("source/folder/out") +
+                " leads out of the archive, which cannot be unpacked with it\n");
+  EXPECT_FALSE(unpack(archive(), unpacked()).ok());
 }
 
 TEST_F(PackTest, AMissingSourceOrPlaceLeavesNothing) {

@@ -244,12 +244,64 @@ TEST_F(UnpackTest, WhatIsNoArchiveIsRefused) {
   EXPECT_THAT(place(), IsEmpty());
 }
 
-TEST_F(UnpackTest, AnItemThatIsThereStays) {
-  sandbox_.makeFile("place/folder/old", "old");
+TEST_F(UnpackTest, AFileInTheFoldersPlaceStays) {
+  sandbox_.makeFile("place/folder", "old");
   EXPECT_THAT(unpackEntries({{"new", "x"}}).description(), HasSubstr("File exists"));
-  EXPECT_EQ(readFile(in("old")), "old");
-  EXPECT_FALSE(fs::exists(in("new")));
+  EXPECT_EQ(readFile(folder()), "old");
   EXPECT_THAT(place(), UnorderedElementsAre("folder"));
+}
+
+TEST_F(UnpackTest, IntoAFolderThatIsThereItemsGoBesideAndOverThoseInIt) {
+  sandbox_.makeFile("place/folder/old", "old");
+  sandbox_.makeFile("place/folder/both/old", "old");
+  sandbox_.makeFile("place/folder/both/same", "old");
+  ASSERT_EQ(::chmod(in("both").c_str(), 0711), 0);
+  ASSERT_TRUE(
+      unpackEntries({{"both/same", "new"}, {"both/new", "new"}, {"folder/file", "new"}}).ok());
+  EXPECT_EQ(readFile(in("old")), "old");
+  EXPECT_EQ(readFile(in("both/old")), "old");
+  EXPECT_EQ(readFile(in("both/same")), "new");
+  EXPECT_EQ(readFile(in("both/new")), "new");
+  EXPECT_EQ(readFile(in("folder/file")), "new");
+  EXPECT_EQ(modeOf("both"), 0711U);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder()), {}), 3) << "nothing hidden is left";
+}
+
+TEST_F(UnpackTest, WhatDoesNotFitIntoAFolderThatIsThereChangesNothingInIt) {
+  sandbox_.makeFile("place/folder/file", "old");
+  sandbox_.makeFile("place/folder/folder/file", "old");
+  EXPECT_THAT(unpackEntries({{"new", "x"}, {"file/inner", "x"}}).description(),
+              HasSubstr("Not a directory"));
+  EXPECT_THAT(unpackEntries({{"new", "x"}, {"folder", "x"}}).description(),
+              HasSubstr("Is a directory"));
+  EXPECT_THAT(unpackEntries({{"new", "x"}, {"../out", "x"}}).description(), HasSubstr("refused"));
+  EXPECT_EQ(readFile(in("file")), "old");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder()), {}), 2);
+}
+
+TEST_F(UnpackTest, ALinkInAFolderThatIsThereIsReplacedAndNoWay) {
+  sandbox_.makeFile("elsewhere/file", "old");
+  sandbox_.makeDirectory("place/folder");
+  fs::create_symlink(sandbox_.path("elsewhere"), in("folder"));
+  fs::create_symlink(sandbox_.path("elsewhere/file"), in("file"));
+  EXPECT_FALSE(unpackEntries({{"folder/file", "new"}}).ok());
+  EXPECT_TRUE(unpackEntries({{"file", "new"}}).ok());
+  EXPECT_EQ(readFile(sandbox_.path("elsewhere/file")), "old");
+  EXPECT_EQ(readFile(in("file")), "new");
+}
+
+TEST_F(UnpackTest, AFolderMayBeUnpackedIntoWhereTheOneAroundItMayNotBeWritten) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const std::string archive =
+      sandbox_.makeFile("archive.zip", zipOf({{"locked/", "", 0040555}, {"locked/file", "new"}}));
+  sandbox_.makeDirectory("place/folder");
+  ASSERT_EQ(::lchown(folder().c_str(), Sandbox::kConsoleUserId, Sandbox::kConsoleUserId), 0);
+  sandbox_.becomeUser(Sandbox::kConsoleUser);
+  const platform::Status status = unpack(archive, folder());
+  EXPECT_TRUE(status.ok()) << status.description();
+  EXPECT_EQ(readFile(in("locked/file")), "new");
+  EXPECT_EQ(modeOf("locked"), 0555U);
 }
 
 TEST_F(UnpackTest, AFolderWithoutAPlaceIsRefused) {
