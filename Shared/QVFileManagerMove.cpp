@@ -27,14 +27,18 @@ void unlockDestination(const std::string& source, const std::string& destination
       path_rules::appending(destination, path_rules::lastComponent(source)));
 }
 
+enum class TwoSteps { done, notPossible, nameIsAnothers };
+
 // Where letter case does not tell names apart, a direct move would find its destination taken.
-bool moveByWayOfAnotherName(const std::string& source, const std::string& destination) {
+TwoSteps moveByWayOfAnotherName(const std::string& source, const std::string& destination) {
   const std::string between = QVFileManager::uniqueFilename(destination);
-  if (!file_system::move(source, between).ok()) return false;
-  if (file_system::move(between, destination).ok()) return true;
-  // Another item has that name: nothing may stay behind under a name that nobody has asked for.
+  if (!file_system::move(source, between).ok()) return TwoSteps::notPossible;
+  if (file_system::move(between, destination).ok()) return TwoSteps::done;
+  // While the item is away, what has its new name is another one.
+  const bool taken = file_system::attributes(destination).has_value();
+  // Nothing may stay behind under a name that nobody has asked for.
   static_cast<void>(file_system::move(between, source).ok());
-  return false;
+  return taken ? TwoSteps::nameIsAnothers : TwoSteps::notPossible;
 }
 
 }  // namespace
@@ -48,13 +52,15 @@ bool QVFileManager::moveFile(const Path& source, const Path& destination) {
 bool QVFileManager::moveFile(const Path& source, const Path& destination, bool shouldAuth) {
   if (!path_rules::namesItem(source) || !path_rules::namesItem(destination)) return false;
   unlockDestination(*source, *destination);
-  if (differOnlyInCase(*source, *destination) && moveByWayOfAnotherName(*source, *destination)) {
-    return true;
-  }
+  const TwoSteps steps = differOnlyInCase(*source, *destination)
+                             ? moveByWayOfAnotherName(*source, *destination)
+                             : TwoSteps::notPossible;
+  if (steps == TwoSteps::done) return true;
   const platform::Status status = file_system::move(*source, *destination);
   if (status.ok()) return true;
   QVLog::appendLog("Error moving file: %@.", status.description());
-  if (!shouldAuth) return false;
+  // A tool would put the item in the other one's place.
+  if (!shouldAuth || steps == TwoSteps::nameIsAnothers) return false;
   QVLog::appendLog("Authorizing...");
   return QVAuthorization::sharedController().authMoveFile(source, destination);
 }

@@ -1,6 +1,7 @@
 #include "Shared/ExistenceWait.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <chrono>
@@ -124,6 +125,17 @@ TEST_F(ExistenceWaitTest, OnTheMainThreadAChangeIsSeenWithinAHundredthOfASecond)
     EXPECT_TRUE(existsWithin(coming, seconds(60)));
   }
   EXPECT_LT(steady_clock::now() - changed, milliseconds(200));
+}
+
+// Each of them gives the processor away once.
+TEST_F(ExistenceWaitTest, TheMainThreadWaitsForEventsInSlicesOfAHundredthOfASecond) {
+  rusage before{};
+  rusage after{};
+  ::getrusage(RUSAGE_THREAD, &before);
+  EXPECT_FALSE(existsWithin(sandbox_.path("missing"), seconds(2)));
+  ::getrusage(RUSAGE_THREAD, &after);
+  EXPECT_GT(after.ru_nvcsw - before.ru_nvcsw, 50) << "of two hundred at most";
+  EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 300);
 }
 
 TEST_F(ExistenceWaitTest, AnotherThreadLooksEveryThreeTenthsOfASecond) {

@@ -66,6 +66,19 @@ TEST_F(QVFileManagerLabelsTest, ALabelThatIsSetIsReadAgainFromFilesAndFolders) {
   }
 }
 
+TEST_F(QVFileManagerLabelsTest, OnlyTheLabelsBitsOfAnIndexAreSet) {
+  const std::string file = sandbox_.makeFile("file");
+  write(file, information(0x0100));
+  QVFileManager::setFinderColorIndex(0xFEF9, file);
+  EXPECT_EQ(index(file), 0x0108);
+}
+
+TEST_F(QVFileManagerLabelsTest, OtherFlagsOfTheWordLeaveNoColour) {
+  const std::string file = sandbox_.makeFile("file");
+  write(file, information(0x010C));
+  EXPECT_FALSE(QVFileManager::finderColorForPath(file));
+}
+
 TEST_F(QVFileManagerLabelsTest, SettingALabelKeepsTheOtherFlags) {
   const std::string file = sandbox_.makeFile("file");
   write(file, information(0x0105));

@@ -256,6 +256,28 @@ TEST_F(QVFileManagerMoveTest, WhereBothNamesAreTakenBothItemsStay) {
   });
 }
 
+TEST_F(QVFileManagerMoveTest, WhereBothNamesAreTakenNoToolIsAskedToReplaceTheOther) {
+  asUser(Rights::granted, [this] {
+    const std::string source = makeFileInHome("f/Readme", "a");
+    const std::string taken = makeFileInHome("f/README", "b");
+    EXPECT_FALSE(QVFileManager::moveFile(source, taken));
+    EXPECT_THAT(logged(), ElementsAre(failed(taken, "File exists")));
+    EXPECT_THAT(namesIn(inHome("f")), ElementsAre("README", "Readme"));
+    EXPECT_EQ(readFile(source), "a");
+    EXPECT_EQ(readFile(taken), "b");
+  });
+}
+
+TEST_F(QVFileManagerMoveTest, ALinkThatHasTheOtherNameStaysAsWell) {
+  asUser(Rights::granted, [this] {
+    const std::string source = makeFileInHome("f/Readme", "a");
+    std::filesystem::create_symlink("nowhere", inHome("f/README"));
+    EXPECT_FALSE(QVFileManager::moveFile(source, inHome("f/README")));
+    EXPECT_EQ(readFile(source), "a");
+    EXPECT_TRUE(std::filesystem::is_symlink(inHome("f/README")));
+  });
+}
+
 TEST_F(QVFileManagerMoveTest, AChangeOfLetterCaseIsMadeWithAdministratorRightsToo) {
   const std::string file = sandbox_.makeFile("protected/Readme", "a");
   const std::string moved = protected_ + "/README";

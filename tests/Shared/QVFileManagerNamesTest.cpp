@@ -115,6 +115,11 @@ TEST_F(QVFileManagerNamesTest, TheDotGoesBeforeTheBlanksDo) {
   EXPECT_EQ(QVFileManager::validateFilename("/.x"), ".x");
 }
 
+TEST_F(QVFileManagerNamesTest, BlanksGoBeforeSlashesAndColonsDoAndNotAfterwards) {
+  EXPECT_EQ(QVFileManager::validateFilename("/ name :"), " name ");
+  EXPECT_EQ(QVFileManager::validateFilename(" / name : "), " name ");
+}
+
 TEST_F(QVFileManagerNamesTest, AFreeNameIsFoundBesideAnExistingItem) {
   const std::string file = sandbox_.path("a.txt");
   EXPECT_EQ(QVFileManager::uniqueFilename(file), file);

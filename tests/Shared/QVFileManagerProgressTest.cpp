@@ -289,6 +289,26 @@ TEST_F(QVFileManagerProgressTest, AFolderThatTakesAdministratorRightsIsWaitedFor
   EXPECT_TRUE(QVFileManager::isDirectoryAtPath(folder));
 }
 
+TEST_F(QVFileManagerProgressTest, AFolderIsWaitedForTenSeconds) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  ASSERT_EQ(::chmod(to().c_str(), 0755), 0);
+  const test::Polkit polkit(sandbox_);
+  const test::HeldTool held(sandbox_);
+  const std::string folder = to() + "/new";
+  const pid_t child = test::startAs(sandbox_, Sandbox::kConsoleUser, [&] {
+    QVAuthorization& session = QVAuthorization::sharedController();
+    EXPECT_TRUE(session.authStartWithUser(test::Polkit::kAdministrator, test::Polkit::kPassword));
+    EXPECT_EQ(session.authExecTask("/bin/sh", {"-c", held.script(), folder}), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(QVFileManager::copyFileWithProgress(tree(), folder + "/copy", nullptr, {}));
+    const auto time = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(time, milliseconds(9900));
+    EXPECT_LT(time, milliseconds(14000));
+  });
+  EXPECT_TRUE(test::passed(child));
+  held.release();
+}
+
 TEST_F(QVFileManagerProgressTest, AFolderThatCannotBeMadeIsNamed) {
   if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
   ASSERT_EQ(::chmod(to().c_str(), 0755), 0);

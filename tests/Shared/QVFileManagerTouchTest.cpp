@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,6 +65,19 @@ TEST_F(QVFileManagerTouchTest, AMissingFileIsNotMadeAndNoRightsAreAskedFor) {
 // The tool fails: no file can have such a name.
 TEST_F(QVFileManagerTouchTest, WhatTheToolSaysOfItselfIsNotAnswered) {
   EXPECT_TRUE(QVFileManager::touchFile(sandbox_.path(std::string(256, 'x'))));
+}
+
+TEST_F(QVFileManagerTouchTest, AToolThatHangsIsWaitedForFiveSeconds) {
+  if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
+  sandbox_.simulateMachine();
+  const std::string tool = sandbox_.makeFile("tool", "#!/bin/sh\nexec sleep 60\n");
+  ASSERT_EQ(::chmod(tool.c_str(), 0755), 0);
+  ASSERT_EQ(::mount(tool.c_str(), "/usr/bin/touch", nullptr, MS_BIND, nullptr), 0);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(QVFileManager::touchFile(sandbox_.makeFile("file")));
+  const auto time = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(time, std::chrono::milliseconds(4900));
+  EXPECT_LT(time, std::chrono::milliseconds(9000));
 }
 
 TEST_F(QVFileManagerTouchTest, NoPathIsRefused) {

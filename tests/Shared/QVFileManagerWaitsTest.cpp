@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -109,6 +110,18 @@ TEST_F(QVFileManagerWaitsTest, AFileThatWasJustChangedIsWaitedForUntilItHasBeenQ
   EXPECT_LT(time, milliseconds(3000));
   EXPECT_THAT(log(), HasSubstr("File " + aged + " is currently being written to. Waiting..."));
   EXPECT_THAT(log(), HasSubstr("File " + aged + " finished writing."));
+}
+
+// Each pause gives the processor away once.
+TEST_F(QVFileManagerWaitsTest, AFileThatIsWrittenIsLookedAtEveryHalfMillisecond) {
+  const std::string aged = agedFile("new", milliseconds(3000));
+  rusage before{};
+  rusage after{};
+  ::getrusage(RUSAGE_THREAD, &before);
+  QVFileManager::waitForFileWrites(aged);
+  ::getrusage(RUSAGE_THREAD, &after);
+  EXPECT_GT(after.ru_nvcsw - before.ru_nvcsw, 300) << "of two thousand in a second at most";
+  EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 3000);
 }
 
 TEST_F(QVFileManagerWaitsTest, AFileThatKeepsChangingKeepsTheCaller) {
