@@ -2,11 +2,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <optional>
 #include <string>
 
 #include "platform/InhibitorLock.h"
+#include "platform/linux/SessionHelperVerbs.h"
 #include "platform/linux/privilege/ToolReport.h"
 #include "platform/linux/tasks/SessionHelper.h"
 #include "posix/FileDescriptor.h"
@@ -15,30 +15,18 @@
 namespace session_helper {
 namespace {
 
+using Order = platform::helper_verb::After;
+
 // Behind the standard ends, and the descriptor that later deferred verbs wait for.
 constexpr int kFirstDescriptor = 4;
 // As many as a process may have open by default.
 constexpr int kMostDescriptors = 1000;
 
-struct Order {
-  int writers = 0;
-  int turns = 0;
-  Arguments command;
-};
-
-std::optional<int> number(const std::string& text) {
-  int value = -1;
-  const auto [stopped, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  const bool whole = error == std::errc() && stopped == text.data() + text.size();
-  return whole && value >= 0 && value <= kMostDescriptors ? std::optional(value) : std::nullopt;
-}
-
 std::optional<Order> parsed(const Arguments& arguments) {
-  if (arguments.size() < 3) return std::nullopt;
-  const std::optional<int> writers = number(arguments[0]);
-  const std::optional<int> turns = number(arguments[1]);
-  if (!writers || !turns) return std::nullopt;
-  return Order{*writers, *turns, {arguments.begin() + 2, arguments.end()}};
+  std::optional<Order> order = platform::helper_verb::parsed<Order>(arguments);
+  const bool valid = order && order->writers <= kMostDescriptors &&
+                     order->turns <= kMostDescriptors && !order->verb.empty();
+  return valid ? order : std::nullopt;
 }
 
 // Whether the tools, which have then all ended, succeeded.
@@ -63,8 +51,10 @@ int carryOut(const Order& order) {
   const platform::InhibitorLock untilCarriedOut("An application is being updated.");
   const bool written = waitForWriters(order);
   waitForTurns(order);
-  if (written || order.command.front() == "detach") return perform(order.command);
-  platform::session_helper::tellIncomplete(order.command);
+  if (written || order.verb.front() == platform::helper_verb::Detach::kName) {
+    return perform(order.verb);
+  }
+  platform::session_helper::tellIncomplete(order.verb);
   return kFailure;
 }
 

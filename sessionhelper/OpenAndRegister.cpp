@@ -1,9 +1,12 @@
 #include "platform/Workspace.h"
 
+#include "platform/linux/SessionHelperVerbs.h"
 #include "sessionhelper/Verbs.h"
 
 namespace session_helper {
 namespace {
+
+namespace verb = platform::helper_verb;
 
 int statusOf(bool done) {
   return done ? 0 : kFailure;
@@ -12,18 +15,19 @@ int statusOf(bool done) {
 }  // namespace
 
 int open(const Arguments& arguments) {
-  if (arguments.size() != 1) return kUsageError;
-  return statusOf(platform::workspace::open(arguments[0]));
+  const auto order = verb::parsed<verb::Open>(arguments);
+  return order ? statusOf(platform::workspace::open(order->path)) : kUsageError;
 }
 
 int openWith(const Arguments& arguments) {
-  if (arguments.size() != 2) return kUsageError;
-  return statusOf(platform::workspace::openWithApplication(arguments[1], arguments[0]));
+  const auto order = verb::parsed<verb::OpenWith>(arguments);
+  if (!order) return kUsageError;
+  return statusOf(platform::workspace::openWithApplication(order->path, order->application));
 }
 
 int registerApplication(const Arguments& arguments) {
-  if (arguments.size() != 1) return kUsageError;
-  return statusOf(platform::workspace::registerApplication(arguments[0]));
+  const auto order = verb::parsed<verb::Register>(arguments);
+  return order ? statusOf(platform::workspace::registerApplication(order->path)) : kUsageError;
 }
 
 }  // namespace session_helper

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include "platform/linux/SessionHelperVerbs.h"
 #include "sessionhelper/Person.h"
 #include "sessionhelper/Start.h"
 #include "sessionhelper/Verbs.h"
@@ -53,17 +54,19 @@ int run(const std::vector<std::string>& command) {
 }  // namespace
 
 int openFile(const Arguments& arguments) {
-  if (arguments.size() != 1 || !arguments[0].starts_with('/')) return kUsageError;
+  const auto order = platform::helper_verb::parsed<platform::helper_verb::OpenFile>(arguments);
+  if (!order || !order->path.starts_with('/')) return kUsageError;
   if (!becomePerson()) return kFailure;
-  return run({kTool, "open", arguments[0]});
+  return run({kTool, "open", order->path});
 }
 
 int openFileWith(const Arguments& arguments) {
-  if (arguments.size() != 2 || !arguments[1].starts_with('/')) return kUsageError;
-  if (arguments[0].find('/') != std::string::npos) return kUsageError;
+  const auto order = platform::helper_verb::parsed<platform::helper_verb::OpenFileWith>(arguments);
+  if (!order || !order->path.starts_with('/')) return kUsageError;
+  if (order->identifier.find('/') != std::string::npos) return kUsageError;
   if (!becomePerson()) return kFailure;
-  const std::optional<std::string> entry = entryOf(arguments[0]);
-  return entry ? run({kTool, "launch", *entry, arguments[1]}) : kFailure;
+  const std::optional<std::string> entry = entryOf(order->identifier);
+  return entry ? run({kTool, "launch", *entry, order->path}) : kFailure;
 }
 
 }  // namespace session_helper

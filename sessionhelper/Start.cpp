@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/linux/SessionHelperVerbs.h"
 #include "posix/PipeEnds.h"
 #include "sessionhelper/Person.h"
 #include "sessionhelper/Verbs.h"
@@ -82,11 +83,14 @@ bool runToEnd(const std::vector<std::string>& command, int seconds) {
 }
 
 int start(const Arguments& arguments) {
-  if (arguments.empty() || !arguments.front().starts_with('/')) return kUsageError;
+  const auto order = platform::helper_verb::parsed<platform::helper_verb::Start>(arguments);
+  if (!order || order->command.empty() || !order->command.front().starts_with('/')) {
+    return kUsageError;
+  }
   if (!becomePerson()) return kFailure;
-  const int reason = startDetached(arguments);
+  const int reason = startDetached(order->command);
   if (reason == 0) return 0;
-  std::fprintf(stderr, "session-helper: cannot start %s: %s\n", arguments.front().c_str(),
+  std::fprintf(stderr, "session-helper: cannot start %s: %s\n", order->command.front().c_str(),
                std::strerror(reason));
   return kFailure;
 }

@@ -3,8 +3,12 @@
 #include <cstdio>
 #include <string_view>
 
+#include "platform/linux/SessionHelperVerbs.h"
+
 namespace session_helper {
 namespace {
+
+namespace verb = platform::helper_verb;
 
 struct Verb {
   std::string_view name;
@@ -13,11 +17,11 @@ struct Verb {
 
 // One line a verb, in the order of their names.
 constexpr Verb kVerbs[] = {
-    {"after", after},        {"become", become},
-    {"detach", detach},      {"open", open},
-    {"open-file", openFile}, {"open-file-with", openFileWith},
-    {"open-with", openWith}, {"register", registerApplication},
-    {"remote", remote},      {"start", start},
+    {verb::After::kName, after},       {verb::Become::kName, become},
+    {verb::Detach::kName, detach},     {verb::Open::kName, open},
+    {verb::OpenFile::kName, openFile}, {verb::OpenFileWith::kName, openFileWith},
+    {verb::OpenWith::kName, openWith}, {verb::Register::kName, registerApplication},
+    {verb::Remote::kName, remote},     {verb::Start::kName, start},
 };
 
 int usage() {

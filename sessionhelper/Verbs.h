@@ -4,7 +4,7 @@
 #include <vector>
 
 // What the session helper can be asked to do, one source file a verb. Each takes the words after
-// the verb and answers the program's exit status.
+// the verb, see platform/linux/SessionHelperVerbs.h, and answers the program's exit status.
 namespace session_helper {
 
 using Arguments = std::vector<std::string>;
@@ -18,15 +18,11 @@ inline constexpr int kUsageError = 64;
 // What was asked for could not be done; standard error says why.
 inline constexpr int kFailure = 1;
 
-// after WRITERS TURNS VERB [ARGUMENT ...]: carries out the verb when what the descriptors tell has
-// ended, see platform/linux/desktop/Turn.h: the third is held meanwhile, then come WRITERS
-// of tools and TURNS of earlier deferred verbs. Unless the verb is detach, it is not carried out
-// after a tool that failed. A process of its own does all this; whoever ends this one ends only the
-// waiting for it.
+// after: unless the verb is detach, it is not carried out after a tool that failed. A process of
+// its own does all this; whoever ends this one ends only the waiting for it.
 int after(const Arguments& arguments);
 
-// become PROGRAM [ARGUMENT ...]: turns this process into a program of the person's, see Person.h,
-// which keeps its standard ends and all descriptors. The status is then that program's.
+// become: see Person.h. The status is then that program's.
 int become(const Arguments& arguments);
 
 // detach PATH [-force]: unmounts what is mounted at the absolute PATH, which must itself be a mount
@@ -35,18 +31,13 @@ int become(const Arguments& arguments);
 // that; without -force that is a failure. A loop device is freed by the kernel.
 int detach(const Arguments& arguments);
 
-// open PATH, open-with APPLICATION PATH, register PATH: the operations of platform/Workspace.h.
 int open(const Arguments& arguments);
 int openWith(const Arguments& arguments);
 int registerApplication(const Arguments& arguments);
-// open-file PATH: opens a file with the person's default application.
 int openFile(const Arguments& arguments);
-// open-file-with IDENTIFIER PATH: opens a file with the application of an identifier.
 int openFileWith(const Arguments& arguments);
-// remote: speaks to an object on the person's session bus for a process that may not, asked by
-// messages on standard input, see platform/linux/bus/RemoteWire.h; ends when they do.
 int remote(const Arguments& arguments);
-// start PROGRAM [ARGUMENT ...]: starts a program as the person, see Start.h, and leaves it running.
+// start: see Start.h.
 int start(const Arguments& arguments);
 
 }  // namespace session_helper

@@ -7,44 +7,19 @@
 
 #include "platform/Bundle.h"
 #include "platform/Exception.h"
-#include "platform/Text.h"
+#include "platform/linux/SessionHelperVerbs.h"
 #include "platform/linux/bus/RemoteWire.h"
 
 namespace platform {
 namespace {
 
-constexpr std::size_t kLargestAnswer = 4096;
+using Operation = RemoteRequest::Operation;
 
-// A property list holds valid texts only.
-PropertyList valid(const PropertyList& value) {
-  if (const auto* string = value.get<std::string>()) return PropertyList(text::validUtf8(*string));
-  const auto* dictionary = value.get<PropertyList::Dictionary>();
-  if (dictionary == nullptr) return value;
-  PropertyList::Dictionary result;
-  for (const auto& [key, entry] : *dictionary) result.emplace(text::validUtf8(key), valid(entry));
-  return PropertyList(std::move(result));
-}
-
-std::string request(const char* verb, const std::string& subject,
-                    const std::vector<PropertyList>& arguments) {
-  PropertyList::Array list;
-  for (const PropertyList& argument : arguments) list.push_back(valid(argument));
-  PropertyList::Dictionary fields;
-  fields.emplace("verb", PropertyList(std::string(verb)));
-  fields.emplace("subject", PropertyList(text::validUtf8(subject)));
-  fields.emplace("arguments", PropertyList(std::move(list)));
-  return property_list::serialized(fields, property_list::Format::binary);
-}
-
-[[noreturn]] void raise(const std::string& answer) {
-  const std::string text = text::validUtf8(answer.substr(1));
-  const std::size_t line = text.find('\n');
+[[noreturn]] void raise(const RemoteAnswer& answer) {
   // Only names that this side knows go further.
-  if (line != std::string::npos && text.substr(0, line) == exception_name::kPortTimeout) {
-    throw Exception(exception_name::kPortTimeout, text.substr(line + 1));
-  }
-  throw Exception(exception_name::kInvalidSendPort,
-                  line == std::string::npos ? text : text.substr(line + 1));
+  const bool isTimeout = answer.name == exception_name::kPortTimeout;
+  throw Exception(isTimeout ? exception_name::kPortTimeout : exception_name::kInvalidSendPort,
+                  answer.reason);
 }
 
 }  // namespace
@@ -58,7 +33,8 @@ std::unique_ptr<RemoteObject> RemoteProcess::lookUp(const std::string& name) {
   const posix::FileDescriptor theirs(ends[1]);
   ChildProgram child;
   child.path = *program;
-  child.arguments = {*program, "remote"};
+  child.arguments = helper_verb::words(helper_verb::Remote{});
+  child.arguments.insert(child.arguments.begin(), *program);
   child.ends = {theirs.get(), theirs.get(), ChildProgram::kNullDevice};
   std::unique_ptr<ChildProcess> process;
   try {
@@ -67,7 +43,7 @@ std::unique_ptr<RemoteObject> RemoteProcess::lookUp(const std::string& name) {
     return nullptr;
   }
   std::unique_ptr<RemoteProcess> object(new RemoteProcess(std::move(process), std::move(ours)));
-  if (!object->ask("lookUp", name)) return nullptr;
+  if (!object->ask({Operation::lookUp, name, {}})) return nullptr;
   return object;
 }
 
@@ -75,34 +51,34 @@ RemoteProcess::RemoteProcess(std::unique_ptr<ChildProcess> child, posix::FileDes
     : child_(std::move(child)), socket_(std::move(socket)) {}
 
 void RemoteProcess::setProtocol(const std::string& protocol) {
-  ask("setProtocol", protocol);
+  ask({Operation::setProtocol, protocol, {}});
 }
 
 bool RemoteProcess::respondsTo(const std::string& message) {
-  return ask("respondsTo", message);
+  return ask({Operation::respondsTo, message, {}});
 }
 
 void RemoteProcess::perform(const std::string& message,
                             const std::vector<PropertyList>& arguments) {
-  ask("perform", message, arguments);
+  ask({Operation::perform, message, arguments});
 }
 
-bool RemoteProcess::ask(const char* verb, const std::string& subject,
-                        const std::vector<PropertyList>& arguments) {
+bool RemoteProcess::ask(const RemoteRequest& request) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  std::optional<std::string> answer;
-  if (remote_wire::send(socket_.get(), request(verb, subject, arguments), deadline)) {
-    answer = remote_wire::receive(socket_.get(), kLargestAnswer, deadline);
+  std::optional<std::string> message;
+  if (remote_wire::send(socket_.get(), serialized(request), deadline)) {
+    message = remote_wire::receive(socket_.get(), kLargestRemoteAnswer, deadline);
   }
-  if (!answer && std::chrono::steady_clock::now() >= deadline) {
+  if (!message && std::chrono::steady_clock::now() >= deadline) {
     child_->terminate();
     throw Exception(exception_name::kPortTimeout, "the child at the session bus did not answer");
   }
-  if (!answer || answer->empty()) {
+  const std::optional<RemoteAnswer> answer = parsedRemoteAnswer(message.value_or(std::string()));
+  if (!answer) {
     throw Exception(exception_name::kInvalidSendPort, "the child at the session bus has gone");
   }
-  if (answer->front() == static_cast<char>(remote_wire::Answer::exception)) raise(*answer);
-  return answer->front() == static_cast<char>(remote_wire::Answer::yes);
+  if (answer->kind == RemoteAnswer::Kind::exception) raise(*answer);
+  return answer->kind == RemoteAnswer::Kind::yes;
 }
 
 }  // namespace platform

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/RemoteObject.h"
+#include "platform/linux/bus/RemoteRequest.h"
 #include "platform/linux/processes/ChildProcess.h"
 #include "posix/FileDescriptor.h"
 
@@ -27,8 +28,7 @@ class RemoteProcess : public RemoteObject {
  private:
   RemoteProcess(std::unique_ptr<ChildProcess> child, posix::FileDescriptor socket);
   // Sends the child a request and answers its yes or no; raises what the child raised.
-  bool ask(const char* verb, const std::string& subject,
-           const std::vector<PropertyList>& arguments = {});
+  bool ask(const RemoteRequest& request);
 
   // The child ends when the socket closes, and is then collected in the background.
   const std::unique_ptr<ChildProcess> child_;

@@ -19,12 +19,4 @@ bool send(int socket, std::string_view message, Deadline deadline);
 // not come in time.
 std::optional<std::string> receive(int socket, std::size_t limit, Deadline deadline);
 
-// The first byte of an answer.
-enum class Answer : char {
-  no = 'n',
-  yes = 'y',
-  // What follows is an exception's name, a line break and its reason.
-  exception = 'e',
-};
-
 }  // namespace platform::remote_wire

@@ -3,11 +3,14 @@
 #include "platform/Path.h"
 #include "platform/Text.h"
 #include "platform/Workspace.h"
+#include "platform/linux/SessionHelperVerbs.h"
 #include "platform/linux/desktop/DesktopEntry.h"
 #include "platform/linux/tasks/SessionHelper.h"
 
 namespace platform::workspace {
 namespace {
+
+using session_helper::Handover;
 
 // Other packages, documents and plugins, hold nothing that a double click should run.
 bool isApplication(const std::string& path, const Bundle& bundle) {
@@ -15,12 +18,13 @@ bool isApplication(const std::string& path, const Bundle& bundle) {
          bundle.infoString("CFBundlePackageType") == "APPL";
 }
 
-// The program of the application at `path`, in a list that arguments can follow; empty when there
-// is none that could be run.
-std::vector<std::string> commandOf(const Bundle& application) {
+// Starts the application's program with these arguments, if there is one that could be run.
+bool start(const Bundle& application, const std::vector<std::string>& arguments) {
   const std::optional<std::string>& program = application.executablePath();
-  if (!program || file_system::isDirectory(*program)) return {};
-  return {"start", *program};
+  if (!program || file_system::isDirectory(*program)) return false;
+  helper_verb::Start start{{*program}};
+  start.command.insert(start.command.end(), arguments.begin(), arguments.end());
+  return session_helper::run(helper_verb::words(start));
 }
 
 bool isAbsolute(const std::string& path) {
@@ -31,33 +35,31 @@ bool isAbsolute(const std::string& path) {
 
 bool open(const std::string& path) {
   if (!isAbsolute(path)) return false;
-  if (const auto held = session_helper::heldBack({"open", path}, {path})) return *held;
+  const auto handover =
+      session_helper::handOver(helper_verb::words(helper_verb::Open{path}), {path});
+  if (handover != Handover::notNeeded) return handover == Handover::accepted;
   if (!file_system::exists(path)) return false;
   const std::optional<Bundle> bundle = Bundle::at(path);
-  if (!bundle || !isApplication(path, *bundle)) return session_helper::run({"open-file", path});
-  const std::vector<std::string> command = commandOf(*bundle);
-  return !command.empty() && session_helper::run(command);
+  if (bundle && isApplication(path, *bundle)) return start(*bundle, {});
+  return session_helper::run(helper_verb::words(helper_verb::OpenFile{path}));
 }
 
 bool openWithApplication(const std::string& path, const std::string& bundlePath) {
   if (!isAbsolute(path) || !isAbsolute(bundlePath)) return false;
-  if (const auto held =
-          session_helper::heldBack({"open-with", bundlePath, path}, {bundlePath, path})) {
-    return *held;
-  }
+  const auto words = helper_verb::words(helper_verb::OpenWith{bundlePath, path});
+  const auto handover = session_helper::handOver(words, {bundlePath, path});
+  if (handover != Handover::notNeeded) return handover == Handover::accepted;
   if (!file_system::exists(path) || !file_system::exists(bundlePath)) return false;
   const std::optional<Bundle> bundle = Bundle::at(bundlePath);
-  std::vector<std::string> command = bundle ? commandOf(*bundle) : std::vector<std::string>{};
-  if (command.empty()) return false;
-  command.push_back(path);
-  return session_helper::run(command);
+  return bundle && start(*bundle, {path});
 }
 
 bool openWithBundleIdentifier(const std::string& path, const std::string& identifier) {
   if (!isAbsolute(path) || !desktop_entry::isFileNameSafe(identifier)) return false;
-  const std::vector<std::string> verb = {"open-file-with", identifier, path};
-  if (const auto held = session_helper::heldBack(verb, {path})) return *held;
-  return file_system::exists(path) && session_helper::run(verb);
+  const auto words = helper_verb::words(helper_verb::OpenFileWith{identifier, path});
+  const auto handover = session_helper::handOver(words, {path});
+  if (handover != Handover::notNeeded) return handover == Handover::accepted;
+  return file_system::exists(path) && session_helper::run(words);
 }
 
 }  // namespace platform::workspace

@@ -11,11 +11,14 @@
 #include "platform/ProcessInfo.h"
 #include "platform/Task.h"
 #include "platform/Workspace.h"
+#include "platform/linux/SessionHelperVerbs.h"
 #include "platform/linux/desktop/DesktopEntry.h"
 #include "platform/linux/tasks/SessionHelper.h"
 
 namespace platform::workspace {
 namespace {
+
+using session_helper::Handover;
 
 constexpr char kLocalEntries[] = "/usr/local/share/applications";
 constexpr char kDatabaseTool[] = "/usr/bin/update-desktop-database";
@@ -64,8 +67,9 @@ bool writeEntry(const std::string& file, const std::string& entry) {
 
 bool registerApplication(const std::string& bundlePath) {
   if (!bundlePath.starts_with('/')) return false;
-  if (const auto held = session_helper::heldBack({"register", bundlePath}, {bundlePath}))
-    return *held;
+  const auto handover =
+      session_helper::handOver(helper_verb::words(helper_verb::Register{bundlePath}), {bundlePath});
+  if (handover != Handover::notNeeded) return handover == Handover::accepted;
   const std::optional<Bundle> bundle = Bundle::at(bundlePath);
   if (!bundle) return false;
   const auto application = desktop_entry::describing(*bundle);

@@ -34,12 +34,12 @@ bool start(const Turn& turn) {
 
 }  // namespace
 
-bool run(const std::vector<std::string>& arguments) {
+bool run(const std::vector<std::string>& words) {
   const auto path = program();
   if (!path) return false;
   const std::shared_ptr<Task> task = Task::create();
   task->setLaunchPath(*path);
-  task->setArguments(arguments);
+  task->setArguments(words);
   task->setStandardInput(Task::End::nullDevice);
   try {
     task->launch();
@@ -50,13 +50,12 @@ bool run(const std::vector<std::string>& arguments) {
   return task->terminationStatus() == 0;
 }
 
-std::optional<bool> heldBack(const std::vector<std::string>& verb,
-                             const std::vector<std::string>& paths) {
+Handover handOver(const std::vector<std::string>& verb, const std::vector<std::string>& paths) {
   const Turn turn = turnOf(verb, paths);
-  if (turn.isLater) return start(turn);
-  if (!turn.isAfterFailure) return std::nullopt;
+  if (turn.isLater) return start(turn) ? Handover::accepted : Handover::refused;
+  if (!turn.isAfterFailure) return Handover::notNeeded;
   tellIncomplete(verb);
-  return false;
+  return Handover::refused;
 }
 
 void tellIncomplete(const std::vector<std::string>& verb) {

@@ -12,6 +12,7 @@
 
 #include "channel/NamedPaths.h"
 #include "platform/NoDestructor.h"
+#include "platform/linux/SessionHelperVerbs.h"
 #include "platform/linux/privilege/Writers.h"
 #include "posix/PipeEnds.h"
 
@@ -87,9 +88,8 @@ Turn turnOf(const std::vector<std::string>& verb, const std::vector<std::string>
   turn.isAfterFailure = writers.failed;
   turn.isLater = !writers.running.empty() || !earlier.empty();
   if (!turn.isLater) return turn;
-  turn.arguments = {"after", std::to_string(writers.running.size()),
-                    std::to_string(earlier.size())};
-  turn.arguments.insert(turn.arguments.end(), verb.begin(), verb.end());
+  turn.arguments = helper_verb::words(helper_verb::After{static_cast<int>(writers.running.size()),
+                                                         static_cast<int>(earlier.size()), verb});
   turn.descriptors.push_back(enter(state.earlier, named));
   std::ranges::move(writers.running, std::back_inserter(turn.descriptors));
   std::ranges::move(earlier, std::back_inserter(turn.descriptors));

@@ -12,7 +12,7 @@ namespace platform::session_helper {
 struct Turn {
   // Whether it must wait. What follows is then how the program is started for that.
   bool isLater = false;
-  // "after WRITERS TURNS" and the words of the verb, see sessionhelper/Verbs.h.
+  // The words of helper_verb::After.
   std::vector<std::string> arguments;
   // What it has from its third descriptor on (ChildProgram::further): one to hold as long as it
   // lasts, those of the tools, see Writers.h, and those that end with the earlier deferred verbs.

@@ -1,4 +1,5 @@
 #include "platform/linux/window/WindowProgram.h"
+#include "platform/linux/SessionHelperVerbs.h"
 
 #include <unistd.h>
 
@@ -40,7 +41,8 @@ std::vector<std::string> command() {
   if (!isSuperuser()) return words;
   const auto becoming = Bundle::main().auxiliaryPath("session-helper");
   if (!becoming) return {};
-  words.insert(words.begin(), {*becoming, "become"});
+  words = helper_verb::words(helper_verb::Become{words});
+  words.insert(words.begin(), *becoming);
   return words;
 }
 
