@@ -13,6 +13,7 @@
 #include "platform/Console.h"
 #include "platform/Directories.h"
 #include "platform/ProcessInfo.h"
+#include "platform/linux/SessionHelperVerbs.h"
 #include "window/Messages.h"
 
 namespace platform {
