@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Shared/CrashLogs.h"
+#include "Shared/GlobalPreferences.h"
 #include "Shared/QVLocalPaths.h"
 #include "Shared/QVLog.h"
 #include "Shared/QVTaskEx.h"
@@ -13,7 +14,6 @@
 #include "platform/Console.h"
 #include "platform/MainThread.h"
 #include "platform/Path.h"
-#include "platform/PropertyList.h"
 #include "platform/Workspace.h"
 
 namespace {
@@ -21,7 +21,6 @@ namespace {
 using namespace std::chrono_literals;
 namespace path = platform::path;
 
-constexpr char kGlobalPreferences[] = "com.quorvale.global.plist";
 constexpr char kDisableKey[] = "disable-crash-reporter";
 constexpr char kReporterName[] = "Bug Reporter";
 constexpr char kReporterType[] = "app";
@@ -31,14 +30,6 @@ constexpr char kDisabledMessage[] = "Crash reporter disabled";
 constexpr char kNull[] = "(null)";
 constexpr char kChown[] = "/usr/sbin/chown";
 constexpr auto kLongestChown = 5.0s;
-
-bool isDisabled() {
-  const auto file = path::appending(QVLocalPaths::prefsDirectory(true), kGlobalPreferences);
-  const auto preferences = file ? platform::property_list::read(*file) : std::nullopt;
-  if (!preferences) return false;
-  const auto value = preferences->find(kDisableKey);
-  return value != preferences->end() && value->second.isSwitchedOn();
-}
 
 bool endedWell(const run_record::Dates& dates) {
   return dates.exit && *dates.exit >= *dates.launch;
@@ -118,7 +109,7 @@ std::optional<std::string> QVBugReporter::checkForCrashes(const Name& appName,
   auto log = crash_logs::newerThan(*dates.launch, name.value_or(kNull));
   if (!log) return std::nullopt;
   QVLog::appendLog("Application crashed on last launch");
-  if (isDisabled()) {
+  if (global_preferences::isSwitchedOn(kDisableKey)) {
     platform::console::writeLine(kDisabledMessage);
     QVLog::appendLog(kDisabledMessage);
   } else {

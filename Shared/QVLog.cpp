@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Shared/GlobalPreferences.h"
 #include "Shared/LogFiles.h"
 #include "Shared/LogHeader.h"
 #include "Shared/QVLocalPaths.h"
@@ -11,7 +12,6 @@
 #include "platform/FileSystem.h"
 #include "platform/NoDestructor.h"
 #include "platform/Path.h"
-#include "platform/PropertyList.h"
 
 namespace {
 
@@ -30,15 +30,6 @@ std::recursive_mutex& classLock() {
 QVLog* allocated = nullptr;
 // Set once the instance is complete.
 std::atomic<QVLog*> shared = nullptr;
-
-bool isSwitchedOff() {
-  const auto file =
-      platform::path::appending(QVLocalPaths::prefsDirectory(true), "com.quorvale.global.plist");
-  const auto settings = file ? platform::property_list::read(*file) : std::nullopt;
-  if (!settings) return false;
-  const auto value = settings->find("disable-logging");
-  return value != settings->end() && value->second.isSwitchedOn();
-}
 
 void appendHeader() {
   for (const log_header::Line& line : log_header::lines()) {
@@ -111,7 +102,7 @@ void QVLog::createNewLog(const std::optional<std::string>& appName) {
 
 void QVLog::startNewFile(const std::optional<std::string>& name) {
   setFileHandle(nullptr);
-  if (isSwitchedOff()) {
+  if (global_preferences::isSwitchedOn("disable-logging")) {
     platform::console::print("Logging is disabled\n");
     setLoggingDisabled(true);
     return;

@@ -31,8 +31,8 @@ std::vector<std::string> searchPaths(Kind kind, DomainMask domain);
 
 // The folder for temporary files: $TMPDIR when it is absolute, else /tmp.
 std::string temporaryDirectory();
-// The calling user's folder for caches of programs: $XDG_CACHE_HOME when it is absolute, else
-// ".cache" in the home (XDG Base Directory Specification); as superuser always the latter.
+// The calling user's folder for caches of programs; as superuser always the one in the home of user
+// id 0, whatever the environment says.
 std::optional<std::string> userCacheDirectory();
 
 // The calling user's home: $HOME when it is absolute, else the user database's entry; as superuser

@@ -12,7 +12,8 @@ class [[nodiscard]] Status {
   // Success.
   Status() = default;
 
-  // A failure. `code` is the system's error number and never 0; `description` is UTF-8.
+  // A failure. `code` is an error number of the POSIX domain (errno) and never 0; `description` is
+  // UTF-8.
   static Status failure(int code, std::string description) {
     return Status(code, std::move(description));
   }

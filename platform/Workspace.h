@@ -16,11 +16,10 @@ namespace platform::workspace {
 bool isFilePackage(const std::string& path);
 
 // Moves the items `names` of the folder `source` into the Trash at `trash`, ".Trash" in the
-// person's home, from which file managers can restore them: that is a link, made when nothing is
-// there, to the home's trash by the freedesktop.org Trash specification, with the information for
-// restoring written before an item goes in. A real folder at `trash` takes the items without
-// information; so does a disk without room for it, which the console is told: moving an item needs
-// no room.
+// person's home, from which file managers can restore them. Where nothing is there the system's own
+// Trash is made to be found there. A real folder at `trash` takes the items without what restoring
+// needs; so does a disk without room for it, which the console is told: moving an item needs no
+// room.
 //
 // A taken name gets a number before its extension. Each item is moved whole or not at all, across
 // file systems too, keeps its owner, and is never deleted; answers true when all were moved.

@@ -28,12 +28,4 @@ Status statusFromErrno(int error, std::string_view subject) {
   return Status::failure(error, about(subject, error));
 }
 
-Exception exceptionFromErrno(const char* name, int error) {
-  return exceptionFromErrno(name, error, {});
-}
-
-Exception exceptionFromErrno(const char* name, int error, std::string_view subject) {
-  return {name, about(subject, error)};
-}
-
 }  // namespace platform

@@ -3,7 +3,6 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Exception.h"
 #include "platform/Status.h"
 
 namespace platform {
@@ -16,10 +15,5 @@ std::string errorText(int error);
 // the text is "<subject>: <description>".
 Status statusFromErrno(int error);
 Status statusFromErrno(int error, std::string_view subject);
-
-// An exception called `name`, whose reason is the number's text, after "<subject>: " if there is
-// one.
-Exception exceptionFromErrno(const char* name, int error);
-Exception exceptionFromErrno(const char* name, int error, std::string_view subject);
 
 }  // namespace platform
