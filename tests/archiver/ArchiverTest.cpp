@@ -23,8 +23,8 @@ class ArchiverTest : public testing::Test {
  protected:
   // Its exit status; what it says is in message().
   int run(const std::string& arguments) const {
-    const std::string command = QV_TEST_BUNDLE "/Contents/Linux/archiver " + arguments + " 2> '" +
-                                sandbox_.path("message") + "'";
+    const std::string command = "'" QV_TEST_BUNDLE "/Contents/Linux/archiver' " + arguments +
+                                " 2> '" + sandbox_.path("message") + "'";
     return WEXITSTATUS(std::system(command.c_str()));
   }
   std::string message() const { return readFile(sandbox_.path("message")); }

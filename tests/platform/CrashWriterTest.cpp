@@ -105,7 +105,7 @@ TEST_F(CrashWriterTest, TheFirstFrameIsTheFunctionThatCrashed) {
   const std::string text = log();
   const std::size_t offset = text.find("0x", text.find(" + 0x"));
   const std::string output = sandbox.path("function");
-  const std::string command = std::string("addr2line -f -C -e ") + kProbe + " " +
+  const std::string command = std::string("addr2line -f -C -e '") + kProbe + "' " +
                               text.substr(offset, text.find('\n', offset) - offset) + " > " +
                               output;
   ASSERT_EQ(std::system(command.c_str()), 0);

@@ -104,8 +104,8 @@ double secondsOf(const std::function<void()>& body) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// The elevator of this machine, which is this process's mount namespace; 0 when none runs.
-pid_t elevatorOfMachine() {
+// The elevator of this machine, which is this process's mount namespace.
+std::optional<pid_t> elevatorOfMachine() {
   const fs::path machine = fs::read_symlink("/proc/self/ns/mnt");
   for (const auto& entry : fs::directory_iterator("/proc")) {
     std::error_code gone;
@@ -114,11 +114,17 @@ pid_t elevatorOfMachine() {
       return std::atoi(entry.path().filename().c_str());
     }
   }
-  return 0;
+  return std::nullopt;
 }
 
 bool elevatorRuns() {
-  return elevatorOfMachine() != 0;
+  return elevatorOfMachine().has_value();
+}
+
+// Kills it if there is one: no process has the number 0, which is that of all in the caller's
+// group.
+void killElevator() {
+  if (const std::optional<pid_t> elevator = elevatorOfMachine()) ::kill(*elevator, SIGKILL);
 }
 
 // A machine with a system bus, an authority, an administrator and an installed elevator.
@@ -224,7 +230,7 @@ TEST_F(PrivilegeTest, APasswordAnswersForNobodyButTheProcessThatHandedItOver) {
       ::_exit(WIFEXITED(status) && WEXITSTATUS(status) == EXIT_FAILURE ? 0 : 1);
     }
     ::close(ends[1]);
-    const std::string credentials = std::string("bert\0", 5) + Polkit::kPassword + '\0';
+    const std::string credentials = std::string("bert") + '\0' + Polkit::kPassword + '\0';
     EXPECT_EQ(::send(ends[0], credentials.data(), credentials.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(credentials.size()));
     char word = 0;
@@ -410,8 +416,7 @@ TEST_F(PrivilegeTest, TheElevatorsEndIsNoticed) {
     EXPECT_EQ(idOfToolIn(*sessionWithPassword()), "0\n");
   });
   EXPECT_TRUE(waitFor([&] { return fs::exists(started); }));
-  const pid_t elevator = elevatorOfMachine();
-  ::kill(elevator, SIGKILL);
+  killElevator();
   EXPECT_TRUE(passed(child));
 }
 
@@ -629,7 +634,7 @@ TEST_F(PrivilegeTest, TheElevatorsDeathAtAnyMomentHangsNobody) {
     });
     EXPECT_TRUE(waitFor([&] { return fs::exists(started); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 30));
-    ::kill(elevatorOfMachine(), SIGKILL);
+    killElevator();
     EXPECT_TRUE(passed(helper)) << i;
     fs::remove(started);
   }

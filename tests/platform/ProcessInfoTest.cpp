@@ -81,7 +81,7 @@ TEST(ProcessInfoTest, AProgramWhoseFileWasRemovedKeepsItsName) {
   const Sandbox sandbox;
   for (const std::string name : {"copy", "renamed (deleted)"}) {
     const std::string path = sandbox.path(name);
-    const std::string command = "cp " + process_info::executablePath() + " '" + path + "' && '" +
+    const std::string command = "cp '" + process_info::executablePath() + "' '" + path + "' && '" +
                                 path +
                                 "' --gtest_also_run_disabled_tests "
                                 "--gtest_filter=*PrintsItsNameWithoutItsFile";

@@ -26,17 +26,6 @@ void clearImmutableFlag(const fs::path& path) {
   ::close(descriptor);
 }
 
-void removeTree(const std::string& root) {
-  std::error_code ignored;
-  if (fs::remove_all(root, ignored); !ignored) return;
-  for (const auto& entry : fs::recursive_directory_iterator(
-           root, fs::directory_options::skip_permission_denied, ignored)) {
-    std::error_code unreadable;
-    if (!entry.is_symlink(unreadable)) clearImmutableFlag(entry.path());
-  }
-  fs::remove_all(root, ignored);
-}
-
 // Waits until the last end that the test holds is closed.
 void waitForEnd(int pipe) {
   char byte = 0;
@@ -54,6 +43,17 @@ void waitForEnd(int pipe) {
 }
 
 }  // namespace
+
+void removeTree(const std::string& root) {
+  std::error_code ignored;
+  if (fs::remove_all(root, ignored); !ignored) return;
+  for (const auto& entry : fs::recursive_directory_iterator(
+           root, fs::directory_options::skip_permission_denied, ignored)) {
+    std::error_code unreadable;
+    if (!entry.is_symlink(unreadable)) clearImmutableFlag(entry.path());
+  }
+  fs::remove_all(root, ignored);
+}
 
 Janitor::Janitor(const std::string& directory) : owner_(::getpid()) {
   int ends[2];

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +14,8 @@
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+
+#include "tests/support/PrivateMachine.h"
 
 namespace test {
 namespace fs = std::filesystem;
@@ -28,10 +31,31 @@ void writeFile(const std::string& path, std::string_view contents) {
   if (!file.flush()) throw std::runtime_error("cannot write " + path);
 }
 
-void appendLine(const std::string& path, const std::string& line) {
-  std::ofstream file(path, std::ios::app);
-  file << line << '\n';
-  if (!file.flush()) throw std::runtime_error("cannot write " + path);
+std::string nameIn(const std::string& line) {
+  return line.substr(0, line.find(':'));
+}
+
+// The third field.
+std::string numberIn(const std::string& line) {
+  std::istringstream fields(line);
+  std::string number;
+  for (int field = 0; field < 3; ++field) std::getline(fields, number, ':');
+  return number;
+}
+
+// Puts lines of `people`, whose fields are as in passwd(5), before those of everybody else; who has
+// the name or the number of one of them is left out.
+void putFirst(const std::string& database, const std::vector<std::string>& people) {
+  std::string all;
+  for (const std::string& person : people) all += person + '\n';
+  std::istringstream others(readFile(database));
+  for (std::string other; std::getline(others, other);) {
+    const bool isNamesake = std::ranges::any_of(people, [&](const std::string& person) {
+      return nameIn(other) == nameIn(person) || numberIn(other) == numberIn(person);
+    });
+    if (!isNamesake) all += other + '\n';
+  }
+  writeFile(database, all);
 }
 
 void mountOver(const std::string& source, const std::string& target) {
@@ -86,7 +110,7 @@ std::string Sandbox::makeDirectory(std::string_view relative) const {
 
 // static
 bool Sandbox::canSimulateMachine() {
-  return ::geteuid() == 0;
+  return ::geteuid() == 0 && PrivateMachine::isEntered();
 }
 
 void Sandbox::simulateMachine() {
@@ -94,23 +118,28 @@ void Sandbox::simulateMachine() {
   check(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
 
   overlay("/etc", path("etc"));
-  for (const char* user : {kConsoleUser, kOtherUser}) {
-    const std::string id = std::to_string(idOf(user));
-    const std::string name = user;
-    appendLine(path("etc/passwd"), name + ":x:" + id + ":" + id + "::" + homeOf(user) + ":/bin/sh");
-    appendLine(path("etc/group"), name + ":x:" + id + ":");
-    check(::chown(makeDirectory("home/" + name).c_str(), idOf(user), idOf(user)) == 0, "chown");
-  }
-  // Where no service was ever started, as in a container, nobody has made these.
-  for (const char* folder : {"/run/systemd", "/run/dbus"}) fs::create_directories(folder);
+  admitPeople();
   mountOver(path("etc"), "/etc");
   mountOver(makeDirectory("root"), "/root");
   mountOver(makeDirectory("run/systemd"), "/run/systemd");
   mountOver(makeDirectory("usr-local-share"), "/usr/local/share");
-  overlay("/var/lib", "/var/lib");
   // That of an installed helper.
   fs::remove_all("/var/lib/quorvale");
   setHome("/root");
+}
+
+void Sandbox::admitPeople() const {
+  std::vector<std::string> people;
+  std::vector<std::string> groups;
+  for (const char* user : {kConsoleUser, kOtherUser}) {
+    const std::string id = std::to_string(idOf(user));
+    const std::string name = user;
+    people.push_back(name + ":x:" + id + ":" + id + "::" + homeOf(user) + ":/bin/sh");
+    groups.push_back(name + ":x:" + id + ":");
+    check(::chown(makeDirectory("home/" + name).c_str(), idOf(user), idOf(user)) == 0, "chown");
+  }
+  putFirst(path("etc/passwd"), people);
+  putFirst(path("etc/group"), groups);
 }
 
 // Shows at `target` what `lower` holds; changes stay in the scratch directory.

@@ -10,13 +10,15 @@
 namespace test {
 
 // A world of its own for one test: a scratch directory, a home, temporary and XDG folders in it,
-// and, for a test that runs as root, a private mount namespace in which a user database with two
-// people, a console user, the superuser's home and the local library can be what the test says.
-// Nothing outside the scratch directory changes. Make it first thing in a test, before any thread;
-// every test is a process of its own, so the environment is set once and never restored.
+// and, for a test that runs as root in a private machine, a user database with two people, a
+// console user, the superuser's home and the local library that can be what the test says. Nothing
+// outside the scratch directory changes. Make it first thing in a test, before any thread; every
+// test is a process of its own, so the environment is set once and never restored.
 class Sandbox {
  public:
-  // The people of the sandbox's user database. Both are ordinary users with homes in the sandbox.
+  // The people of the sandbox's user database. Both are ordinary users with homes in the sandbox,
+  // with numbers that neither adduser(8) nor systemd gives to anybody. Whoever of the machine is
+  // called so is hidden.
   static constexpr char kConsoleUser[] = "anna";
   static constexpr unsigned kConsoleUserId = 61001;
   static constexpr char kOtherUser[] = "bert";
@@ -44,14 +46,14 @@ class Sandbox {
   std::string makeFile(std::string_view relative, std::string_view contents = {}) const;
   std::string makeDirectory(std::string_view relative) const;
 
-  // Whether this process may make mount namespaces: it is root. A test that needs one says
+  // Whether this process is root in a machine of its own, see PrivateMachine.h. A test that needs
+  // that says
   //     if (!Sandbox::canSimulateMachine()) GTEST_SKIP() << Sandbox::kNeedsRoot;
   static bool canSimulateMachine();
-  static constexpr char kNeedsRoot[] = "needs root, for a private mount namespace";
+  static constexpr char kNeedsRoot[] = "needs root and mounts, for a machine of its own";
 
-  // Enters a private mount namespace with: a user database with both people; /root,
-  // /run/systemd, /usr/local/share and /var/lib of the sandbox's own; nobody at the console; HOME
-  // at /root.
+  // Enters a private mount namespace with: a user database that begins with both people; /root,
+  // /run/systemd and /usr/local/share of the sandbox's own; nobody at the console; HOME at /root.
   void simulateMachine();
   // Puts a person at the console, or nobody. After simulateMachine.
   void setConsoleUser(std::string_view user) const;
@@ -69,6 +71,7 @@ class Sandbox {
 
  private:
   void setHome(const std::string& home);
+  void admitPeople() const;
   void overlay(const std::string& lower, const std::string& target) const;
 
   std::string root_;
