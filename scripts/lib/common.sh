@@ -64,14 +64,18 @@ install_packages() {
   done
   [ ${#missing[@]} -gt 0 ] || return 0
   step "Installing ${#missing[@]} missing packages: ${missing[*]}"
-  apt_get update -qq
-  apt_get install -y -qq --no-install-recommends "${missing[@]}"
+  quietly fetch_packages "${missing[@]}" || fail "Packages cannot be installed."
+}
+
+# Lists that cannot be fetched are only warned of: what follows fails without them.
+fetch_packages() {
+  apt_get update -qq && apt_get install -y -qq --no-install-recommends "$@"
 }
 
 # Another run of it may hold its lock for a while.
 apt_get() {
-  quietly as_root "to install packages" env DEBIAN_FRONTEND=noninteractive \
-    apt-get -o DPkg::Lock::Timeout=300 "$@" || fail "Packages cannot be installed."
+  as_root "to install packages" env DEBIAN_FRONTEND=noninteractive \
+    apt-get -o DPkg::Lock::Timeout=300 "$@"
 }
 
 # build PRESET [TARGET...]: configures and builds; shows each step as one changing line. Warnings are
