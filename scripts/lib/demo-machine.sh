@@ -69,7 +69,8 @@ attach_disk_image() {
   mkdir -p "$mount_point"
   case "$who-$machine_loop-$machine_fuse" in
     root-yes-*) attach_loop_device ;;
-    user-*-none | root-*-none) ! attachable_by_loop || attach_loop_device ;;
+    user-yes-none) attach_loop_device ;;
+    *-none) ;;
     *) attach_own_file_system || say "This file system could not be mounted." ;;
   esac
   if mountpoint -q "$mount_point"; then
@@ -80,8 +81,6 @@ attach_disk_image() {
     image_source="a folder, for nothing can be mounted here"
   fi
 }
-
-attachable_by_loop() { [ "$machine_loop" = yes ]; }
 
 attach_loop_device() {
   image_kind=loop
