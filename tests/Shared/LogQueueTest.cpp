@@ -130,10 +130,15 @@ TEST(LogQueueTest, TheWorkerDoesNotWaitForItself) {
 
 TEST(LogQueueTest, WhatTheWorkerAddsIsWaitedForToo) {
   LogQueue* itself = nullptr;
-  std::atomic<bool> childIsDone = false;
+  std::promise<void> waitingBegins;
   std::promise<void> gate;
-  LogQueue queue([&, opened = gate.get_future().share()](const LogBatch& batch, std::size_t first) {
+  std::atomic<bool> childIsDone = false;
+  LogQueue queue([&, begun = waitingBegins.get_future().share(),
+                  opened = gate.get_future().share()](const LogBatch& batch, std::size_t first) {
     if (batch.text(first) == "parent") {
+      begun.wait();
+      // The call that waits is there before there is anything more to wait for.
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
       itself->addOperation("child", 5);
     } else {
       opened.wait();
@@ -145,11 +150,12 @@ TEST(LogQueueTest, WhatTheWorkerAddsIsWaitedForToo) {
   queue.addOperation("parent", 6);
   std::atomic<bool> returned = false;
   std::thread waiting([&] {
+    waitingBegins.set_value();
     queue.waitUntilAllOperationsAreFinished();
     EXPECT_TRUE(childIsDone);
     returned = true;
   });
-  EXPECT_FALSE(test::waitFor([&] { return returned.load(); }, std::chrono::milliseconds(50)));
+  EXPECT_FALSE(test::waitFor([&] { return returned.load(); }, std::chrono::milliseconds(150)));
   gate.set_value();
   waiting.join();
 }

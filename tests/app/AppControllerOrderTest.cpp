@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
