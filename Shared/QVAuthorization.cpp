@@ -157,33 +157,43 @@ int QVAuthorization::runThroughSession(const std::string& tool,
 
 bool QVAuthorization::runTool(const std::string& tool, const std::vector<std::string>& parameters) {
   if (!isSuperuser()) return authExecTask(tool, parameters) == 0;
-  startAsSuperuser(tool, parameters);
-  return true;
+  return startAsSuperuser(tool, parameters);
 }
 
 // As authExecTask, but in order for the superuser too.
 int QVAuthorization::execFileTool(const std::string& tool,
                                   const std::vector<std::string>& parameters) {
   if (!isSuperuser() || !file_system::exists(tool)) return authExecTask(tool, parameters);
-  startAsSuperuser(tool, parameters);
-  return 0;
+  return startAsSuperuser(tool, parameters) ? 0 : platform::privilege::kUnsafe;
 }
 
-void QVAuthorization::startAsSuperuser(const std::string& tool,
+bool QVAuthorization::startAsSuperuser(const std::string& tool,
                                        const std::vector<std::string>& parameters) {
-  if (!startInOrder(tool, parameters)) QVTaskEx::runTaskAndReturn(tool, parameters);
+  const int status = startInOrder(tool, parameters);
+  if (status == 0) return true;
+  if (status == platform::privilege::kUnsafe ||
+      !platform::privilege::isSafeAlone(tool, parameters)) {
+    console::log("Unable to run %@ on %@ because others may change the way there", tool,
+                 parameters.back());
+    return false;
+  }
+  // Nobody watches over it, so it is waited for: what comes next must not meet it half-way.
+  QVTaskEx::runTask(tool, parameters);
+  return true;
 }
 
-bool QVAuthorization::startInOrder(const std::string& tool,
-                                   const std::vector<std::string>& parameters) {
+int QVAuthorization::startInOrder(const std::string& tool,
+                                  const std::vector<std::string>& parameters) {
   if (ownTools_ == nullptr) {
     std::shared_ptr<Session> made = Session::create().session;
-    if (made == nullptr || made->askForRights() != Outcome::granted) return false;
+    if (made == nullptr || made->askForRights() != Outcome::granted) {
+      return platform::privilege::kSessionLost;
+    }
     ownTools_ = std::move(made);
   }
   const int status = ownTools_->execute(tool, parameters, Output::discarded).status;
   if (status == platform::privilege::kSessionLost) ownTools_ = nullptr;
-  return status == 0;
+  return status;
 }
 
 bool QVAuthorization::authRemoveFile(const Path& path) {
@@ -257,9 +267,10 @@ bool QVAuthorization::authTrashFile(const Path& path, bool deleteOnRootAccount) 
   if (!path::namesItem(path)) return false;
   const Path destination = trashPathFor(*path);
   if (deleteOnRootAccount && !userDirectory_ && isSuperuser()) return authRemoveFile(destination);
-  // The tool would find no folder to move into.
-  if (destination) {
-    static_cast<void>(platform::workspace::makeTrash(path::deletingLastComponent(*destination)));
+  // Without one the tool would find no folder to move into, and into one that is not this person's
+  // it must not move anything.
+  if (destination && !platform::workspace::makeTrash(path::deletingLastComponent(*destination))) {
+    return false;
   }
   return authMoveFile(path, destination);
 }

@@ -106,8 +106,10 @@ class QVAuthorization : public NeverReleased<QVAuthorization> {
   QVAuthorization* initialise(bool withGUI);
   bool runTool(const std::string& tool, const std::vector<std::string>& parameters);
   int execFileTool(const std::string& tool, const std::vector<std::string>& parameters);
-  void startAsSuperuser(const std::string& tool, const std::vector<std::string>& parameters);
-  bool startInOrder(const std::string& tool, const std::vector<std::string>& parameters);
+  // False when the tool would follow what others may change.
+  bool startAsSuperuser(const std::string& tool, const std::vector<std::string>& parameters);
+  // Answers as Session::execute does.
+  int startInOrder(const std::string& tool, const std::vector<std::string>& parameters);
   int runThroughSession(const std::string& tool, const std::vector<std::string>& parameters,
                         bool async);
   Path trashPathFor(const std::string& path) const;

@@ -36,6 +36,7 @@ bool fit(Kind kind, const std::vector<std::string>& words) {
       return words.size() == 1 && words.front().starts_with('/');
     case Kind::hello:
     case Kind::newChannel:
+    case Kind::life:
       return words.empty();
   }
   return false;
@@ -81,7 +82,7 @@ std::optional<Request> parseRequest(std::string_view packet) {
   Request request;
   if (packet.size() > kMaxMessage || !takeMagic(packet) || !take(packet, kind) ||
       !take(packet, request.id) || kind < static_cast<std::uint32_t>(Kind::hello) ||
-      kind > static_cast<std::uint32_t>(Kind::observe)) {
+      kind > static_cast<std::uint32_t>(Kind::life)) {
     return {};
   }
   request.kind = static_cast<Kind>(kind);

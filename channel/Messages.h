@@ -38,6 +38,10 @@ enum class Kind : std::uint32_t {
   // `runPiped`, is left that has not ended: at once when there is none. 0 when there was none; what
   // ended long ago is forgotten.
   observe = 5,
+  // Asks for the reading end of a pipe on which nothing ever comes, and which ends when the
+  // elevator and all tools that it started have ended: how the end of a tool is known though the
+  // elevator went first.
+  life = 6,
 };
 
 struct Request {

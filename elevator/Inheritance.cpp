@@ -27,6 +27,9 @@ namespace {
 // Enough for the descriptors of every command that may wait.
 constexpr rlim_t kOpenFiles = 16384;
 constexpr rlim_t kStack = 8U << 20;
+// As the kernel gives them to the first process.
+constexpr rlim_t kLockedMemory = 8U << 20;
+constexpr rlim_t kMessageQueues = 819200;
 
 // The user for whom pkexec started this program; the number that is nobody's (chown(2)) when it did
 // not.
@@ -70,9 +73,11 @@ void resetSignals() {
     ::signal(number, SIG_IGN);
     ::signal(number, SIG_DFL);
   }
-  // A report whose reader has gone; and what a terminal sends, which asks for no rights: who leads
-  // a process group cannot leave the terminal's session.
-  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGQUIT, SIGTSTP}) ::signal(number, SIG_IGN);
+  // A report whose reader has gone; what a session's end sends to everybody, since tools still run;
+  // and what a terminal sends, which asks for no rights: who leads a process group cannot leave the
+  // terminal's session.
+  for (const int number : {SIGPIPE, SIGHUP, SIGTERM, SIGINT, SIGQUIT, SIGTSTP})
+    ::signal(number, SIG_IGN);
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -97,13 +102,15 @@ void setLimit(__rlimit_resource resource, rlim_t soft, rlim_t hard) {
 }
 
 void resetLimits() {
-  for (const auto resource :
-       {RLIMIT_CPU, RLIMIT_FSIZE, RLIMIT_DATA, RLIMIT_AS, RLIMIT_RSS, RLIMIT_NPROC}) {
+  for (const auto resource : {RLIMIT_CPU, RLIMIT_FSIZE, RLIMIT_DATA, RLIMIT_AS, RLIMIT_RSS,
+                              RLIMIT_NPROC, RLIMIT_LOCKS, RLIMIT_RTTIME, RLIMIT_SIGPENDING}) {
     setLimit(resource, RLIM_INFINITY, RLIM_INFINITY);
   }
   setLimit(RLIMIT_STACK, kStack, RLIM_INFINITY);
   setLimit(RLIMIT_NOFILE, kOpenFiles, kOpenFiles);
-  setLimit(RLIMIT_CORE, 0, 0);
+  setLimit(RLIMIT_MEMLOCK, kLockedMemory, kLockedMemory);
+  setLimit(RLIMIT_MSGQUEUE, kMessageQueues, kMessageQueues);
+  for (const auto resource : {RLIMIT_CORE, RLIMIT_NICE, RLIMIT_RTPRIO}) setLimit(resource, 0, 0);
 }
 
 void resetPriorities() {

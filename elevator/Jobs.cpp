@@ -9,8 +9,21 @@
 
 #include "channel/NamedPaths.h"
 #include "elevator/Spawn.h"
+#include "posix/Escaped.h"
 
 namespace elevator {
+namespace {
+
+// The tool and the paths that it was given.
+std::string described(const Job& job) {
+  std::string text;
+  for (const std::string& word : job.words) {
+    if (word.starts_with('/')) text += (text.empty() ? "" : " ") + posix::escaped(word);
+  }
+  return text;
+}
+
+}  // namespace
 
 // static
 std::size_t Jobs::bytesOf(const Job& job) {
@@ -27,7 +40,7 @@ int Jobs::add(Job job) {
   job.paths = channel::namedPaths({job.words.begin() + 1, job.words.end()});
   job.blockers = static_cast<std::size_t>(std::ranges::count_if(
       jobs_, [&job](const Job& earlier) { return channel::overlap(job.paths, earlier.paths); }));
-  if (job.blockers > 0) job.output = posix::FileDescriptor();
+  if (job.blockers > 0) job.ends.output = posix::FileDescriptor();
   if (job.blockers == 0 && running_ < kMostRunning) {
     const int status = start(job);
     if (status != 0) return status;
@@ -40,14 +53,14 @@ int Jobs::add(Job job) {
 }
 
 int Jobs::start(Job& job) {
-  const int status = spawn(job.tool, job.words, job.output, job.process);
+  const int status = spawn(job.tool, job.words, job.ends, job.process);
   if (status == 0) {
-    syslog(LOG_NOTICE, "runs %s", job.words.front().c_str());
+    syslog(LOG_NOTICE, "runs %s", posix::escaped(job.words.front()).c_str());
   } else {
-    syslog(LOG_ERR, "cannot run %s: %s", job.words.front().c_str(), std::strerror(status));
+    syslog(LOG_ERR, "cannot run %s: %s", described(job).c_str(), std::strerror(status));
   }
   // Only the tool writes there: the reader must see the end when the tool ends.
-  job.output = posix::FileDescriptor();
+  job.ends = {};
   job.tool.file = posix::FileDescriptor();
   return status;
 }
@@ -57,7 +70,9 @@ void Jobs::finish(int process) {
       jobs_, [process](const Job& each) { return each.process.get() == process; });
   if (job == jobs_.end()) return;
   --running_;
-  remove(job, collect(job->process));
+  const channel::TermStatus status = collect(job->process);
+  if (status != 0) syslog(LOG_WARNING, "%s: ended with status %d", described(*job).c_str(), status);
+  remove(job, status);
   startWhatMay();
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "elevator/Observer.h"
+#include "elevator/Spawn.h"
 #include "elevator/Tool.h"
 #include "posix/FileDescriptor.h"
 
@@ -18,8 +19,7 @@ namespace elevator {
 struct Job {
   std::vector<std::string> words;
   Tool tool;
-  // Where the standard output goes; nowhere when empty.
-  posix::FileDescriptor output;
+  ToolEnds ends;
   // Where the end is reported; nowhere when empty.
   posix::FileDescriptor report;
   // Who waits for it; each reports when nothing holds it any more.

@@ -9,13 +9,23 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <thread>
 #include <utility>
 
 #include "elevator/Tool.h"
+#include "posix/Escaped.h"
 #include "posix/PipeEnds.h"
 
 namespace elevator {
 namespace {
+
+// The system is short of something: asking it again at once would only make that worse.
+constexpr std::chrono::milliseconds kPauseAfterFailure(50);
+
+posix::FileDescriptor copyOf(const posix::FileDescriptor& descriptor) {
+  return posix::FileDescriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
 
 // What is readable once that process has ended, which it may have already; empty when the system
 // has no more descriptors.
@@ -32,7 +42,7 @@ bool hasReader(int pipe) {
 
 }  // namespace
 
-Server::Server(posix::FileDescriptor firstChannel) {
+Server::Server(posix::FileDescriptor firstChannel) : life_(posix::makePipe()) {
   channels_.push_back({std::move(firstChannel), 0, {}});
 }
 
@@ -58,7 +68,10 @@ void Server::waitForSomething() {
   if (channels_.empty()) {
     for (const int report : jobs_.reports()) entries.push_back({report, 0, 0});
   }
-  if (::poll(entries.data(), entries.size(), -1) < 0) return;
+  if (::poll(entries.data(), entries.size(), -1) < 0) {
+    if (errno != EINTR) std::this_thread::sleep_for(kPauseAfterFailure);
+    return;
+  }
 
   for (std::size_t i = channelEntries; i < served; ++i) {
     if (entries[i].revents != 0) jobs_.finish(entries[i].fd);
@@ -120,6 +133,8 @@ Server::Answer Server::answer(const channel::Request& request) {
       return openChannel();
     case channel::Kind::observe:
       return observe(request);
+    case channel::Kind::life:
+      return tellLife();
   }
   return {EINVAL, {}};
 }
@@ -130,7 +145,7 @@ Server::Answer Server::runCommand(const channel::Request& request) {
   if (!jobs_.hasRoomFor(job)) return {EAGAIN, {}};
   job.tool = openTool(job.words.front());
   if (job.tool.status != 0) {
-    syslog(LOG_WARNING, "refuses to run %s", job.words.front().c_str());
+    syslog(LOG_WARNING, "refuses to run %s", posix::escaped(job.words.front()).c_str());
     return {job.tool.status, {}};
   }
   Answer result;
@@ -138,11 +153,13 @@ Server::Answer Server::runCommand(const channel::Request& request) {
     posix::PipeEnds output = posix::makePipe();
     posix::PipeEnds report = posix::makePipe();
     if (!output.reading || !report.reading) return {errno, {}};
-    job.output = std::move(output.writing);
+    job.ends.output = std::move(output.writing);
     job.report = std::move(report.writing);
     result.descriptors.push_back(std::move(output.reading));
     result.descriptors.push_back(std::move(report.reading));
   }
+  job.ends.life = copyOf(life_.writing);
+  if (!job.ends.life) return {errno, {}};
   result.status = jobs_.add(std::move(job));
   if (result.status != 0) result.descriptors.clear();
   return result;
@@ -164,6 +181,13 @@ Server::Answer Server::observe(const channel::Request& request) {
   Answer result;
   result.status = jobs_.observe(request.words.front(), std::move(pipe.writing));
   if (result.status == 0) result.descriptors.push_back(std::move(pipe.reading));
+  return result;
+}
+
+Server::Answer Server::tellLife() const {
+  Answer result;
+  result.descriptors.push_back(copyOf(life_.reading));
+  if (!result.descriptors.front()) return {errno, {}};
   return result;
 }
 

@@ -8,6 +8,7 @@
 #include "channel/Packet.h"
 #include "elevator/Jobs.h"
 #include "posix/FileDescriptor.h"
+#include "posix/PipeEnds.h"
 
 namespace elevator {
 
@@ -46,8 +47,11 @@ class Server {
   Answer runCommand(const channel::Request& request);
   Answer openChannel();
   Answer observe(const channel::Request& request);
+  Answer tellLife() const;
 
   std::vector<Channel> channels_;
+  // Every tool holds its writing end, too.
+  posix::PipeEnds life_;
   Jobs jobs_;
 };
 

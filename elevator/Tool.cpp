@@ -99,7 +99,9 @@ bool startsWithHashBang(int file) {
 
 Tool openTool(const std::string& path) {
   Tool tool;
-  if (!path.starts_with('/')) return {EINVAL, {}, false};
+  if (!path.starts_with('/') || (path.size() > 1 && path.ends_with('/'))) {
+    return {EINVAL, {}, false};
+  }
   tool.file = Walk(path).finish(tool.status);
   struct stat facts {};
   if (tool.status != 0) return tool;

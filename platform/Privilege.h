@@ -58,6 +58,14 @@ struct Execution {
 // Execution::status when the session broke: it runs nothing any more and only a new one can.
 inline constexpr int kSessionLost = 100001;
 
+// Execution::status when the tool was not started because others may change where a path that it
+// was given leads, and this system offers nothing that would make that harmless.
+inline constexpr int kUnsafe = 100002;
+
+// Whether nobody but the superuser can change where the paths that a tool is given lead, so that it
+// may run without a session's care, see execute. Looks at each folder on the way.
+bool isSafeAlone(const std::string& tool, const std::vector<std::string>& arguments);
+
 // A reference to the administrator's rights, empty until they are obtained. All functions may be
 // called from any thread and are serialised within one session. Dropping the last pointer ends it.
 class Session {
@@ -70,7 +78,7 @@ class Session {
   static Creation create();
 
   // The session that a privileged parent handed to this process at its start; null when there is
-  // none. Answered once: the second call answers null. Blocks for at most a second.
+  // none. Answered once: the second call answers null. Blocks for at most ten seconds.
   static std::shared_ptr<Session> inherited();
 
   virtual ~Session() = default;
@@ -87,7 +95,10 @@ class Session {
   // have changed is run (else EACCES). Returns as soon as the tool is accepted. A tool that names a
   // path inside, above or equal to one of an earlier tool that has not ended starts when that has
   // ended; its piped output then ends at once, so that nobody who reads it stands as long as that
-  // one runs. A started tool runs to its end, whatever becomes of this process.
+  // one runs. A started tool runs to its end, whatever becomes of this process. A tool that copies,
+  // moves, makes, removes, touches or gives away files follows no link on the way to them through a
+  // folder that others may change, but for one to a folder of the link's owner; where the system
+  // cannot give it such a view it is refused with kUnsafe.
   virtual Execution execute(const std::string& tool, const std::vector<std::string>& arguments,
                             Output output) = 0;
 

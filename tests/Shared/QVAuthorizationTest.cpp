@@ -275,7 +275,7 @@ TEST_F(QVAuthorizationAsSuperuserTest, AMissingTrashInAnotherHomeIsNotMadeAndNot
   fs::remove(trash_);
   QVAuthorization& session = sessionMadeByUser();
   const std::string file = sandbox_.makeFile("a.txt");
-  EXPECT_TRUE(session.authTrashFile(file)) << "the tool was started";
+  EXPECT_FALSE(session.authTrashFile(file));
   EXPECT_FALSE(waitFor([&] { return !fs::exists(file); }, std::chrono::milliseconds(300)));
   EXPECT_FALSE(fs::exists(fs::symlink_status(trash_)));
 }
@@ -470,6 +470,26 @@ TEST_F(QVAuthorizationAsSuperuserTest, TheToolsAreRunThoughTheElevatorIsKilledIn
       if (!std::ranges::count(before, child)) ::kill(child, SIGKILL);
     }
   }
+}
+
+// Nobody would watch over a tool that is not waited for.
+TEST_F(QVAuthorizationAsSuperuserTest, WithoutTheElevatorAToolHasEndedWhenTheCallReturns) {
+  ASSERT_EQ(::mount("/dev/null", QV_TEST_ELEVATOR, nullptr, MS_BIND, nullptr), 0);
+  const std::string file = sandbox_.makeFile("a.txt");
+  for (int i = 0; i < 20; ++i) {
+    const std::string copy = sandbox_.path("copy" + std::to_string(i));
+    EXPECT_TRUE(QVAuthorization::sharedController().authCopyFile(file, copy));
+    EXPECT_TRUE(fs::exists(copy)) << i;
+  }
+}
+
+TEST_F(QVAuthorizationAsSuperuserTest, WithoutTheElevatorNoToolWorksWhereOthersMayPutALink) {
+  ASSERT_EQ(::mount("/dev/null", QV_TEST_ELEVATOR, nullptr, MS_BIND, nullptr), 0);
+  const std::string file = sandbox_.makeFile("a.txt");
+  const std::string target = sandbox_.homeOf(kUser) + "/a.txt";
+  EXPECT_FALSE(QVAuthorization::sharedController().authMoveFile(file, target));
+  EXPECT_TRUE(fs::exists(file));
+  EXPECT_FALSE(fs::exists(target));
 }
 
 // --- Refusals ---

@@ -140,6 +140,58 @@ TEST_F(ServerTest, AToolThatCannotBeRunIsAnsweredWithTheReason) {
   EXPECT_EQ(run({"/bin/true"}).status, 0) << "and the channel goes on";
 }
 
+TEST_F(ServerTest, ThePathOfAToolEndsInItsName) {
+  EXPECT_EQ(run({"/bin/true/"}).status, EINVAL);
+}
+
+TEST_F(ServerTest, AToolOutlastsWhatASessionsEndSends) {
+  const std::string done = sandbox_.path("done");
+  EXPECT_EQ(runScript("kill -TERM $$; kill -HUP $$; mkdir " + done).status, 0);
+  EXPECT_TRUE(waitFor([&] { return fs::exists(done); }));
+}
+
+TEST_F(ServerTest, TheEndOfToolsIsKnownThoughItWentFirst) {
+  const HeldTool held(sandbox_);
+  auto life = channel_.ask(Kind::life, {}, 1);
+  ASSERT_EQ(life.status, 0);
+  const posix::FileDescriptor end = std::move(life.descriptors[0]);
+  EXPECT_EQ(runScript(held.script()).status, 0);
+  ::kill(server_, SIGKILL);
+  ::waitpid(server_, nullptr, 0);
+  ended_ = true;
+  pollfd entry{end.get(), POLLIN, 0};
+  EXPECT_EQ(::poll(&entry, 1, 300), 0) << "the tool still runs";
+  held.release();
+  EXPECT_EQ(::poll(&entry, 1, 10000), 1);
+  EXPECT_EQ(readAll(end), "");
+}
+
+// Without descriptors it may look at nothing.
+TEST_F(ServerTest, WhileItCannotLookItDoesNotSpin) {
+  const auto ticks = [this] {
+    std::ifstream stat("/proc/" + std::to_string(server_) + "/stat");
+    std::string word;
+    for (int i = 0; i < 14; ++i) stat >> word;
+    return std::stol(word);
+  };
+  std::vector<posix::FileDescriptor> reports;
+  for (int i = 0; i < 8; ++i) {
+    auto answer = runPiped({"/bin/sleep", "3"});
+    ASSERT_EQ(answer.status, 0);
+    reports.push_back(std::move(answer.descriptors[1]));
+  }
+  const rlimit none{4, 4};
+  ASSERT_EQ(::prlimit(server_, RLIMIT_NOFILE, &none, nullptr), 0);
+  EXPECT_TRUE(channel::send(channel_.socket(), *encoded(channel::Request{Kind::hello, 99, {}})));
+  const long before = ticks();
+  EXPECT_FALSE(waitFor([] { return false; }, std::chrono::milliseconds(1000)));
+  // Hundredths of a second of the processor.
+  EXPECT_LT(ticks() - before, 20);
+  ::kill(server_, SIGKILL);
+  ::waitpid(server_, nullptr, 0);
+  ended_ = true;
+}
+
 TEST_F(ServerTest, OutputThatGoesNowhereStopsNoTool) {
   const std::string done = sandbox_.path("done");
   EXPECT_EQ(runScript("head -c 1000000 /dev/zero; mkdir " + done).status, 0);

@@ -111,6 +111,8 @@ Execution ElevatorSession::execute(const std::string& tool,
   auto answer = run(std::move(words), piped, paths);
   // What an earlier session left behind there is written anew.
   if (answer.status == 0 && !piped) writers::markRewritten(paths);
+  // What elevator/View.h answers.
+  if (answer.status == ELOOP || answer.status == EPERM) return {privilege::kUnsafe, nullptr};
   if (answer.status != 0 || !piped) return {answer.status, nullptr};
   return {0, std::make_shared<ElevatedOutput>(std::move(answer.descriptors[0]),
                                               std::move(answer.descriptors[1]))};

@@ -2,18 +2,20 @@
 
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <utility>
 
 #include "channel/Packet.h"
+#include "channel/Way.h"
 #include "platform/linux/privilege/ElevatorSession.h"
 #include "platform/linux/privilege/HandedDownChannel.h"
 
 namespace platform::privilege {
 namespace {
 
-constexpr std::chrono::seconds kInheritanceLimit(1);
+constexpr std::chrono::seconds kInheritanceLimit(10);
 
 }  // namespace
 
@@ -30,6 +32,13 @@ std::shared_ptr<Session> Session::inherited() {
   if (!channel) return nullptr;
   auto session = std::make_shared<ElevatorSession>(std::move(channel), posix::FileDescriptor());
   return session->isAlive(kInheritanceLimit) ? session : nullptr;
+}
+
+bool isSafeAlone(const std::string& tool, const std::vector<std::string>& arguments) {
+  if (!channel::isFileTool(tool)) return true;
+  std::vector<std::string> words = {tool};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  return std::ranges::all_of(channel::waysOf(words), &channel::Way::isRootsAlone);
 }
 
 void protectProcess() {
