@@ -4,9 +4,9 @@
 #include "Shared/QVException.h"
 #include "Shared/QVLog.h"
 #include "Shared/QVTaskNotification.h"
+#include "app/AlertOfRun.h"
 #include "app/LogOnMainThread.h"
 #include "app/UpdateInstallation.h"
-#include "platform/Alert.h"
 #include "platform/Clock.h"
 #include "platform/DetachedThread.h"
 #include "platform/Format.h"
@@ -75,9 +75,9 @@ void AppController::install(const UpdateArguments& arguments) {
 
 void AppController::report(const platform::Exception& exception) {
   QVException::logException(exception, "-[AppController beginUpdate]");
-  platform::alert::run("Error: unable to install update.",
-                       platform::formatted("Exception in processData. %@ - %@", exception.name(),
-                                           exception.reason()));
+  showAlertOfRun("Error: unable to install update.",
+                 platform::formatted("Exception in processData. %@ - %@", exception.name(),
+                                     exception.reason()));
 }
 
 void AppController::finish(bool silent, std::mutex& callLock) {

@@ -7,8 +7,8 @@
 #include "Shared/QVLocalPaths.h"
 #include "Shared/QVTaskEx.h"
 #include "Shared/QVTaskNotification.h"
+#include "app/AlertOfRun.h"
 #include "app/LogOnMainThread.h"
-#include "platform/Alert.h"
 #include "platform/Clock.h"
 #include "platform/FileSystem.h"
 #include "platform/InhibitorLock.h"
@@ -80,7 +80,7 @@ void UpdateInstallation::killUpdater() const {
 bool UpdateInstallation::sourceExists() const {
   if (platform::file_system::exists(source_)) return true;
   logOnMainThread("Source file does not exist");
-  if (!arguments_.silent) platform::alert::run(kFailureTitle, "Source file does not exist.");
+  if (!arguments_.silent) showAlertOfRun(kFailureTitle, "Source file does not exist.");
   return false;
 }
 
@@ -117,8 +117,7 @@ bool UpdateInstallation::copyNewBundleWithRights() const {
 
 void UpdateInstallation::reportFailedCopy() const {
   logOnMainThread("The installer was unable to copy the file to its destination");
-  platform::alert::run(kFailureTitle,
-                       "The installer was unable to copy the file to its destination.");
+  showAlertOfRun(kFailureTitle, "The installer was unable to copy the file to its destination.");
 }
 
 void UpdateInstallation::makeNewBundleKnown() const {

@@ -36,6 +36,9 @@ int run(int argc, const char* const* argv, ApplicationDelegate& delegate);
 // programs start with the defaults. Any thread.
 void ignoreTerminationRequests();
 
+// Takes that back until it is called again: for a time in which nothing is under way. Any thread.
+void heedTerminationRequests();
+
 using ObserverId = unsigned;
 
 // Has `observer` called on the main thread when the application terminates. An observer may wait

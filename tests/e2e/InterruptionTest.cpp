@@ -11,6 +11,7 @@
 
 #include "tests/support/ApplicationBundle.h"
 #include "tests/support/LoginManager.h"
+#include "tests/support/ProcessState.h"
 #include "tests/support/UpdateMachine.h"
 #include "tests/support/WaitFor.h"
 #include "tests/support/XServer.h"
@@ -41,6 +42,8 @@ std::vector<std::string> zombiesOf(int pid) {
   return zombies;
 }
 
+constexpr char kWindowTitle[] = "Quorvale Software Update";
+
 class InterruptionTest : public testing::TestWithParam<Behaviour> {
  protected:
   void SetUp() override {
@@ -63,6 +66,13 @@ class InterruptionTest : public testing::TestWithParam<Behaviour> {
     return waitFor([&] {
       return test::readFile(machine_->log()).find(" - " + message + "\n") != std::string::npos;
     });
+  }
+
+  // Without rights and with nobody to ask for them the copy fails. A silent run shows no window but
+  // its alert.
+  void startRunThatEndsInAnAlert() {
+    machine_->runAs(Sandbox::kConsoleUser);
+    machine_->start(arguments("YES"));
   }
 
   void sendRequestsToEnd() {
@@ -115,22 +125,45 @@ TEST_F(InterruptionTest, AnUpdateWithoutASourceAsksNobodyToStayAwake) {
   EXPECT_TRUE(manager.requests().empty());
 }
 
-TEST_F(InterruptionTest, AnAlertThatWaitsForSomebodyOutlastsItsSessionAndLetsTheMachineSleep) {
+TEST_F(InterruptionTest, AnAlertThatWaitsForSomebodyLetsTheMachineSleep) {
   if (!test::XServer::isAvailable()) GTEST_SKIP() << test::XServer::kNeeds;
   UpdateMachine& machine = machineWith(UpdateMachine::Pauses::quick);
   test::LoginManager manager(machine.sandbox(), Behaviour::grants);
   const test::XServer display(test::XServer::WindowManager::openbox);
-  // Without rights and with nobody to ask for them the copy fails.
-  machine.runAs(Sandbox::kConsoleUser);
-  machine.start(arguments());
-  ASSERT_TRUE(display.waitForWindow("Quorvale Software Update"));
+  startRunThatEndsInAnAlert();
+  ASSERT_TRUE(display.waitForWindow(kWindowTitle));
   EXPECT_TRUE(waitFor([&] { return manager.released() == 1; }));
   EXPECT_THAT(zombiesOf(machine.pid()), testing::IsEmpty());
-  sendRequestsToEnd();
   EXPECT_TRUE(waitFor([&] {
     display.pressKey("Return");
     return !test::isRunning(machine.pid());
   }));
+  EXPECT_EQ(machine.waitForEnd(), 0);
+  EXPECT_THAT(machine.messages(), Contains("Terminating self..."));
+}
+
+TEST_F(InterruptionTest, ARequestToEndEndsARunOfWhichOnlyAnAlertIsLeft) {
+  if (!test::XServer::isAvailable()) GTEST_SKIP() << test::XServer::kNeeds;
+  UpdateMachine& machine = machineWith(UpdateMachine::Pauses::quick);
+  const test::XServer display(test::XServer::WindowManager::openbox);
+  startRunThatEndsInAnAlert();
+  ASSERT_TRUE(display.waitForWindow(kWindowTitle));
+  ::kill(machine.pid(), SIGTERM);
+  EXPECT_EQ(machine.waitForEnd(), 128 + SIGTERM);
+  EXPECT_TRUE(waitFor([&] { return !display.visibleWindow(kWindowTitle); }));
+}
+
+TEST_F(InterruptionTest, TheEndOfARunWhoseAlertWasDismissedOutlastsItsSession) {
+  if (!test::XServer::isAvailable()) GTEST_SKIP() << test::XServer::kNeeds;
+  UpdateMachine& machine = machineWith(UpdateMachine::Pauses::quick);
+  const test::XServer display(test::XServer::WindowManager::openbox);
+  startRunThatEndsInAnAlert();
+  ASSERT_TRUE(display.waitForWindow(kWindowTitle));
+  EXPECT_FALSE(test::ignores(machine.pid(), SIGTERM));
+  display.pressKey("Return");
+  // A second passes between this alert and the end.
+  ASSERT_TRUE(waitFor([&] { return test::ignores(machine.pid(), SIGTERM); }));
+  sendRequestsToEnd();
   EXPECT_EQ(machine.waitForEnd(), 0);
   EXPECT_THAT(machine.messages(), Contains("Terminating self..."));
 }

@@ -141,6 +141,15 @@ TEST_P(ApplicationSignalTest, DoesNotEndAnApplicationThatOutlastsItsSession) {
               ExitedWithCode(0), "^goes on;$");
 }
 
+TEST_P(ApplicationSignalTest, EndsAnApplicationThatHeedsRequestsAgain) {
+  EXPECT_EXIT(runWith([] {
+                ignoreTerminationRequests();
+                heedTerminationRequests();
+                ::kill(::getpid(), GetParam());
+              }),
+              KilledBySignal(GetParam()), "");
+}
+
 TEST_P(ApplicationSignalTest, EndsTheChildProgramsOfAnApplicationThatOutlastsItsSession) {
   runWith([] {
     ignoreTerminationRequests();

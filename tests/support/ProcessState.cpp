@@ -8,6 +8,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace test {
@@ -40,6 +41,16 @@ std::optional<pid_t> parentOf(const std::filesystem::path& process) {
 }
 
 }  // namespace
+
+bool ignores(pid_t process, int signal) {
+  constexpr std::string_view kMask = "SigIgn:\t";
+  std::ifstream status("/proc/" + std::to_string(process) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (!line.starts_with(kMask)) continue;
+    return (std::stoull(line.substr(kMask.size()), nullptr, 16) >> (signal - 1) & 1U) != 0;
+  }
+  return false;
+}
 
 std::size_t openDescriptors() {
   // One of them is the one that reads the directory.

@@ -5,8 +5,11 @@
 #include <cstddef>
 #include <vector>
 
-// What this process holds, for tests that nothing is left behind.
+// What processes hold, for tests that nothing is left behind, and do.
 namespace test {
+
+// Whether a process ignores a signal.
+bool ignores(pid_t process, int signal);
 
 // Open descriptors of this process.
 std::size_t openDescriptors();

@@ -45,8 +45,10 @@ void finish() noexcept {
   }
 }
 
-void ignore(std::initializer_list<int> signals) {
-  for (const int number : signals) std::signal(number, SIG_IGN);
+constexpr std::initializer_list<int> kTerminationRequests = {SIGHUP, SIGINT, SIGTERM};
+
+void handle(std::initializer_list<int> signals, void (*handler)(int)) {
+  for (const int number : signals) std::signal(number, handler);
 }
 
 [[noreturn]] void exitNow() {
@@ -62,7 +64,7 @@ void endMainLoop() {
 
 int run(int argc, const char* const* argv, ApplicationDelegate& delegate) {
   user_defaults::setArguments(argc, argv);
-  ignore({SIGPIPE, SIGXFSZ});
+  handle({SIGPIPE, SIGXFSZ}, SIG_IGN);
   // Whoever started this process may have left it ignored, and a child's status is lost then.
   std::signal(SIGCHLD, SIG_DFL);
   main_loop::run([&delegate] { delegate.applicationDidFinishLaunching(); });
@@ -79,7 +81,11 @@ void terminate() {
 
 // Not blocked: a thread that is there already would still receive them.
 void ignoreTerminationRequests() {
-  ignore({SIGHUP, SIGINT, SIGTERM});
+  handle(kTerminationRequests, SIG_IGN);
+}
+
+void heedTerminationRequests() {
+  handle(kTerminationRequests, SIG_DFL);
 }
 
 ObserverId addTerminationObserver(std::function<void()> observer) {
