@@ -71,6 +71,14 @@ void XServer::kill() {
   end(server_);
 }
 
+void XServer::freeze() const {
+  ::kill(server_, SIGSTOP);
+}
+
+void XServer::thaw() const {
+  ::kill(server_, SIGCONT);
+}
+
 // The server chooses a free display and says which once it serves it.
 void XServer::startServer() {
   int ends[2];

@@ -27,6 +27,9 @@ class XServer {
 
   // Kills the server, as a crash of it would; its clients lose their connection.
   void kill();
+  // Stops the server, as a hang of it would, and has it go on. What is asked of it meanwhile waits.
+  void freeze() const;
+  void thaw() const;
 
   // What follows runs tools on the server and may be called by any thread.
 
