@@ -116,7 +116,8 @@ class Session {
 };
 
 // Keeps other processes of the same user away from this one: its memory and its descriptors can no
-// longer be read by them. Also takes the handed-down session, if any, out of the environment and
+// longer be read by them. What it makes from now on others may not write to, whoever started it.
+// Also takes the handed-down session, if any, out of the environment and
 // out of what child programs inherit. Call first thing in `main`, before any thread.
 void protectProcess();
 

@@ -43,6 +43,22 @@ class BrokenPipeGuard {
   bool wasPending_;
 };
 
+// A name in a line may hold anything; in the system's log it must not look like another line, nor
+// steer the terminal of whoever reads it.
+std::string visible(std::string_view line) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string result;
+  for (const char c : line) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= ' ' && byte != 0x7f) {
+      result += c;
+    } else {
+      result += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+  }
+  return result;
+}
+
 void writeTo(int descriptor, std::string_view text) {
   const BrokenPipeGuard guard;
   posix::writeAll(descriptor, text);
@@ -52,7 +68,7 @@ void writeTo(int descriptor, std::string_view text) {
 
 void writeLine(std::string_view line) {
   std::string ended(line);
-  ::syslog(LOG_USER | LOG_NOTICE, "%s", ended.c_str());
+  ::syslog(LOG_USER | LOG_NOTICE, "%s", visible(line).c_str());
   // One write, so that lines of several threads do not mix.
   ended += '\n';
   writeTo(STDERR_FILENO, ended);

@@ -111,6 +111,12 @@ TEST(ConsoleTest, LinesReachTheSystemLog) {
   char line[256] = {};
   ASSERT_GT(::recv(receiver, line, sizeof line - 1, MSG_DONTWAIT), 0);
   EXPECT_TRUE(std::string_view(line).ends_with(": 50% left")) << line;
+
+  console::writeLine("a name\nroot: \033[2Jgood news");
+  const auto length = ::recv(receiver, line, sizeof line - 1, MSG_DONTWAIT);
+  ASSERT_GT(length, 0);
+  line[length] = '\0';
+  EXPECT_TRUE(std::string_view(line).ends_with(": a name\\x0aroot: \\x1b[2Jgood news")) << line;
   ::close(receiver);
 }
 

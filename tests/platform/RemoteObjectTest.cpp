@@ -300,6 +300,15 @@ TEST_F(RemoteObjectMachineTest, TheSuperusersChildEndsWithTheObject) {
   EXPECT_NE(test::readFile(children), before);
   object.reset();
   EXPECT_TRUE(test::waitFor([&] { return test::readFile(children) == before; }));
+
+  // Also one that its person has stopped.
+  object = lookUp();
+  ASSERT_NE(object, nullptr);
+  const std::string now = test::readFile(children);
+  ASSERT_TRUE(now.starts_with(before));
+  ASSERT_EQ(::kill(std::stoi(now.substr(before.size())), SIGSTOP), 0);
+  object.reset();
+  EXPECT_TRUE(test::waitFor([&] { return test::readFile(children) == before; }));
 }
 
 }  // namespace

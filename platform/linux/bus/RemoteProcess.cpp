@@ -50,6 +50,11 @@ std::unique_ptr<RemoteObject> RemoteProcess::lookUp(const std::string& name) {
 RemoteProcess::RemoteProcess(std::unique_ptr<ChildProcess> child, posix::FileDescriptor socket)
     : child_(std::move(child)), socket_(std::move(socket)) {}
 
+// It has answered everything, so that nothing is lost; one that somebody has stopped would stay.
+RemoteProcess::~RemoteProcess() {
+  child_->kill();
+}
+
 void RemoteProcess::setProtocol(const std::string& protocol) {
   ask({Operation::setProtocol, protocol, {}});
 }
@@ -70,7 +75,7 @@ bool RemoteProcess::ask(const RemoteRequest& request) {
     message = remote_wire::receive(socket_.get(), kLargestRemoteAnswer, deadline);
   }
   if (!message && std::chrono::steady_clock::now() >= deadline) {
-    child_->terminate();
+    child_->kill();
     throw Exception(exception_name::kPortTimeout, "the child at the session bus did not answer");
   }
   const std::optional<RemoteAnswer> answer = parsedRemoteAnswer(message.value_or(std::string()));

@@ -21,6 +21,8 @@ class RemoteProcess : public RemoteObject {
   // What RemoteObject::lookUp promises; null also without a console user.
   static std::unique_ptr<RemoteObject> lookUp(const std::string& name);
 
+  ~RemoteProcess() override;
+
   void setProtocol(const std::string& protocol) override;
   bool respondsTo(const std::string& message) override;
   void perform(const std::string& message, const std::vector<PropertyList>& arguments) override;
@@ -30,7 +32,7 @@ class RemoteProcess : public RemoteObject {
   // Sends the child a request and answers its yes or no; raises what the child raised.
   bool ask(const RemoteRequest& request);
 
-  // The child ends when the socket closes, and is then collected in the background.
+  // Killed with this object, and then collected in the background.
   const std::unique_ptr<ChildProcess> child_;
   const posix::FileDescriptor socket_;
 };

@@ -1,6 +1,7 @@
 #include "platform/Privilege.h"
 
 #include <sys/prctl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -43,6 +44,7 @@ bool isSafeAlone(const std::string& tool, const std::vector<std::string>& argume
 
 void protectProcess() {
   ::prctl(PR_SET_DUMPABLE, 0);
+  ::umask(::umask(0777) | (S_IWGRP | S_IWOTH));
   secureHandedDownChannel();
 }
 
