@@ -31,13 +31,6 @@ bool isRunnable(const Path& path) {
   return path && Task::canLaunch(*path) && !platform::workspace::isFilePackage(*path);
 }
 
-// For the operations that take the log for a place where the console may be missed.
-void tellNotExecutable(const Path& path) {
-  const std::string message = platform::formatted(kNotExecutable, path);
-  platform::console::writeLine(message);
-  QVLog::appendLog(message);
-}
-
 std::shared_ptr<Task> silentTask(const std::string& path, const Arguments& arguments) {
   auto task = Task::create();
   task->setLaunchPath(path);
@@ -129,7 +122,8 @@ bool QVTaskEx::launchAndWait(const Path& path, const ::Arguments& arguments,
 // static
 int QVTaskEx::exitStatus(const Path& path, const ::Arguments& arguments, const Progress& progress) {
   if (!isRunnable(path)) {
-    tellNotExecutable(path);
+    platform::console::log(kNotExecutable, path);
+    QVLog::appendLog(kNotExecutable, path);
     return -1;
   }
   const auto task = silentTask(*path, arguments);
@@ -160,7 +154,12 @@ std::optional<Data> QVTaskEx::capturedOutput(
     task->setStandardError(Task::End::pipe);
     task->launch();
     progress.launched();
-    TaskOutput output = readToEnd(task->standardOutputPipe().get(), *task->standardErrorPipe());
+    const auto outputPipe = task->standardOutputPipe();
+    const auto errorPipe = task->standardErrorPipe();
+    TaskOutput output = readToEnd(outputPipe.get(), *errorPipe);
+    // Whoever keeps the task does not keep them.
+    if (outputPipe) outputPipe->closeReadingEnd();
+    errorPipe->closeReadingEnd();
     return std::move(output).result();
   } catch (const platform::Exception& exception) {
     platform::console::log(kException, path, exception.reason());
@@ -186,7 +185,12 @@ void QVTaskEx::runTask(const Path& path, const ::Arguments& arguments, Seconds t
 
 // static
 void QVTaskEx::runTaskAndReturn(const Path& path, const ::Arguments& arguments) {
-  if (!isRunnable(path)) return tellNotExecutable(path);
+  if (!isRunnable(path)) {
+    const std::string message = platform::formatted(kNotExecutable, path);
+    platform::console::writeLine(message);
+    // The message is the format, once more.
+    return QVLog::appendLog(message);
+  }
   silentTask(*path, arguments)->launch();
 }
 

@@ -235,6 +235,13 @@ TEST_F(QVTaskExTest, TheStatusOfAProgramEndedByASignalIsItsNumber) {
   EXPECT_EQ(QVTaskEx::terminationCodeFromTask(kProbe, Words{"signal", "15"}), SIGTERM);
 }
 
+TEST_F(QVTaskExTest, APathWithAPercentSignIsLoggedAsItIs) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(QVTaskEx::terminationCodeFromTask("/none/100%d", std::nullopt), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error: /none/100%d is not executable\n");
+  EXPECT_THAT(loggedText(), HasSubstr("Error: /none/100%d is not executable\n"));
+}
+
 TEST_F(QVTaskExTest, TheStatusOfWhatIsNotRunnableIsMinusOne) {
   std::shared_ptr<Task> task;
   testing::internal::CaptureStderr();
@@ -251,6 +258,14 @@ TEST_F(QVTaskExTest, OutputIsCaptured) {
   EXPECT_THAT(textOf(QVTaskEx::dataFromTask(kProbe, Words{"echo", "a", "b"}, &task)),
               Optional(Eq("a\nb\n")));
   EXPECT_NE(task, nullptr);
+}
+
+TEST_F(QVTaskExTest, BothEndsAreClosedAlthoughTheTaskIsKept) {
+  std::shared_ptr<Task> task;
+  EXPECT_TRUE(QVTaskEx::dataFromTask(kProbe, Words{"echo", "a"}, &task));
+  ASSERT_NE(task, nullptr);
+  EXPECT_THROW(task->standardOutputPipe()->availableData(), platform::Exception);
+  EXPECT_THROW(task->standardErrorPipe()->availableData(), platform::Exception);
 }
 
 TEST_F(QVTaskExTest, ErrorsStandInForOutputOnlyWhenThereIsNone) {
