@@ -15,7 +15,8 @@ std::optional<std::string> newerThan(std::chrono::system_clock::time_point date,
                                      const std::string& applicationName);
 
 // Has a crash of this process leave a crash log where newerThan finds it, see platform/CrashLog.h:
-// in DiagnosticReports of the user's logs, else of the machine's. Call once, first thing in `main`.
+// in DiagnosticReports of the user's logs, else of the machine's. Of the logs that earlier crashes
+// have left there the newest twenty stay. Call once, first thing in `main`.
 void startWriting();
 
 }  // namespace crash_logs

@@ -2,8 +2,8 @@
 
 #include "Shared/QVLocalPaths.h"
 #include "platform/Console.h"
-#include "platform/FileSystem.h"
 #include "platform/Format.h"
+#include "platform/PersonalFiles.h"
 #include "platform/ProcessInfo.h"
 
 namespace log_files {
@@ -42,20 +42,20 @@ std::vector<std::string> existing(const std::optional<std::string>& appName) {
   if (!inFolder) return found;
   for (int number = 1; number <= kGenerations; ++number) {
     std::string path = numbered(*inFolder, appName, number);
-    if (platform::file_system::exists(path)) found.push_back(std::move(path));
+    if (platform::personal_files::exists(path)) found.push_back(std::move(path));
   }
   return found;
 }
 
 bool rotate(const std::string& folder, const std::optional<std::string>& appName) {
-  namespace file_system = platform::file_system;
+  namespace personal_files = platform::personal_files;
   const std::string oldest = numbered(folder, appName, kGenerations);
   // Where it cannot be removed, the move into its place says so.
-  if (file_system::exists(oldest)) static_cast<void>(file_system::remove(oldest));
+  if (personal_files::exists(oldest)) static_cast<void>(personal_files::remove(oldest));
   for (int number = kGenerations - 1; number >= 1; --number) {
     const std::string from = numbered(folder, appName, number);
     const std::string to = numbered(folder, appName, number + 1);
-    if (!file_system::exists(from) || file_system::move(from, to).ok()) continue;
+    if (!personal_files::exists(from) || personal_files::move(from, to).ok()) continue;
     platform::console::print(formatted("Unable to move file %s to %s.\n", from, to));
     return false;
   }

@@ -14,6 +14,7 @@
 #include "platform/Console.h"
 #include "platform/MainThread.h"
 #include "platform/Path.h"
+#include "platform/PersonalFiles.h"
 #include "platform/Workspace.h"
 
 namespace {
@@ -125,5 +126,6 @@ void QVBugReporter::chownPlist(const std::string& plistPath) {
   if (users == components.end() || users + 1 == components.end()) return;
   const std::string& name = *(users + 1);
   if (!isUserName(name) || plistPath.starts_with('-')) return;
+  if (platform::personal_files::isInPersonsFolder(plistPath)) return;
   QVTaskEx::runTask(kChown, std::vector<std::string>{name, plistPath}, kLongestChown);
 }

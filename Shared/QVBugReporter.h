@@ -47,6 +47,9 @@ class QVBugReporter {
   static std::optional<std::string> checkForCrashes(const Name& appName, const Name& plistPath);
 
   // Gives a file below a folder "Users" to the user that the next component names; the group stays.
-  // A component that is no user name but an option or a group to chown is passed over.
+  // A component that is no user name but an option or a group to chown is passed over. The
+  // superuser gives away nothing in a place that is not the superuser's alone, where a link may
+  // have taken the file's place: a record there was written as the person and is that person's
+  // already.
   static void chownPlist(const std::string& path);
 };

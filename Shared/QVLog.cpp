@@ -12,6 +12,7 @@
 #include "platform/FileSystem.h"
 #include "platform/NoDestructor.h"
 #include "platform/Path.h"
+#include "platform/PersonalFiles.h"
 
 namespace {
 
@@ -42,8 +43,9 @@ void appendHeader() {
 }
 
 bool makeFolder(const std::optional<std::string>& folder) {
-  namespace file_system = platform::file_system;
-  if (folder && (file_system::exists(*folder) || file_system::createDirectory(*folder).ok())) {
+  namespace personal_files = platform::personal_files;
+  if (folder &&
+      (personal_files::exists(*folder) || personal_files::createDirectory(*folder).ok())) {
     return true;
   }
   platform::console::print(formatted("Unable to create folder %s.\n", folder));
@@ -172,6 +174,20 @@ std::shared_ptr<platform::AppendingFile> QVLog::fileHandle() const {
 void QVLog::setFileHandle(std::shared_ptr<platform::AppendingFile> fileHandle) {
   const std::lock_guard lock(mutex_);
   fileHandle_.swap(fileHandle);  // what it held is let go of outside the lock
+  ++handleGeneration_;
+}
+
+void QVLog::setReopenedHandle(std::shared_ptr<platform::AppendingFile> fileHandle,
+                              std::uint64_t generation) {
+  const std::lock_guard lock(mutex_);
+  if (handleGeneration_ != generation) return;
+  fileHandle_.swap(fileHandle);
+  ++handleGeneration_;
+}
+
+std::uint64_t QVLog::handleGeneration() const {
+  const std::lock_guard lock(mutex_);
+  return handleGeneration_;
 }
 
 std::shared_ptr<LogQueue> QVLog::writeQueue() const {

@@ -96,6 +96,12 @@ class QVLog : public NeverReleased<QVLog> {
   // The open log file; null when none is open.
   std::shared_ptr<platform::AppendingFile> fileHandle() const;
   void setFileHandle(std::shared_ptr<platform::AppendingFile> fileHandle);
+  // The same for a file that was opened when the handle had been set `generation` times: nothing
+  // when it was set since, to none or to that of a log that has just begun.
+  void setReopenedHandle(std::shared_ptr<platform::AppendingFile> fileHandle,
+                         std::uint64_t generation);
+  // How often the handle was set.
+  std::uint64_t handleGeneration() const;
 
   // Bytes written to the current log file since it was started.
   std::uint64_t bytesWritten() const noexcept {
@@ -149,6 +155,8 @@ class QVLog : public NeverReleased<QVLog> {
   mutable std::mutex mutex_;  // guards appName_, fileHandle_ and writeQueue_
   std::optional<std::string> appName_;
   std::shared_ptr<platform::AppendingFile> fileHandle_;
+  // How often fileHandle_ was set; guarded by mutex_, too.
+  std::uint64_t handleGeneration_ = 0;
   std::shared_ptr<LogQueue> writeQueue_;
 
   // They steer waiting and rotation only, so no order among them is needed.

@@ -94,11 +94,12 @@ std::size_t QVLog::writeSome(const LogBatch& batch, std::size_t first) {
 
 // The open log file; opened anew where it is there but was not opened, or never successfully.
 std::shared_ptr<platform::AppendingFile> QVLog::openFile() {
+  const std::uint64_t generation = handleGeneration();
   auto file = fileHandle();
   if (file != nullptr) return file;
   const auto path = log_files::current(appName());
   if (path) file = platform::AppendingFile::open(*path);
-  if (file != nullptr) setFileHandle(file);
+  if (file != nullptr) setReopenedHandle(file, generation);
   return file;
 }
 

@@ -2,8 +2,7 @@
 
 #include <utility>
 
-#include "platform/FolderLock.h"
-#include "platform/Path.h"
+#include "platform/PersonalFiles.h"
 #include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
 
@@ -32,14 +31,9 @@ std::optional<PropertyList> valueIn(const PropertyList::Dictionary& contents, co
   return found != contents.end() ? std::optional(found->second) : std::nullopt;
 }
 
-// Binary, as XML would cut the dates to the second.
 void writeToFile(const char* key, const std::string& plistPath) {
-  const auto lock =
-      platform::FolderLock::acquire(platform::path::deletingLastComponent(plistPath), kLongestWait);
-  if (!property_list::setAsideDamaged(plistPath)) return;
-  auto contents = contentsOf(plistPath);
-  contents.insert_or_assign(key, std::chrono::system_clock::now());
-  static_cast<void>(property_list::write(plistPath, contents, property_list::Format::binary));
+  const PropertyList::Dictionary changes = {{key, std::chrono::system_clock::now()}};
+  static_cast<void>(platform::personal_files::merge(plistPath, changes, kLongestWait));
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ struct Dates {
 Dates read(const std::optional<std::string>& plistPath);
 
 // Sets `key` to the present date. In a file the other keys stay; one that is no property list is
-// replaced and kept as <path>.damaged. Nobody is told of a failure.
+// replaced and kept, see property_list::setAsideDamaged. Nobody is told of a failure.
 void write(const char* key, const std::optional<std::string>& plistPath);
 
 }  // namespace run_record

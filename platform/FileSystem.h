@@ -132,7 +132,10 @@ Status remove(const std::string& path);
 // writes inside the console user's home belongs to the owner of the folder.
 Status writeAtomically(const std::string& path, std::string_view contents);
 
-// A whole file; none when it cannot be read or is larger than `limit` bytes.
+// A whole regular file; none when it cannot be read or is larger than `limit` bytes. Nothing else
+// is ever opened. For the superuser a file in a place of a person's is read as that person, within
+// the limits of platform/PersonalFiles.h, and elsewhere no link is followed that is not the
+// superuser's.
 std::optional<std::string> read(const std::string& path, std::uint64_t limit = 64ULL << 20);
 
 // Sets or clears the immutable flag; changes nothing when it stands already. Fails where the file

@@ -75,10 +75,16 @@ std::string serialized(const PropertyList::Dictionary& dictionary, Format format
 // Replaces the file as a whole, see file_system::writeAtomically.
 Status write(const std::string& path, const PropertyList::Dictionary& dictionary, Format format);
 
-// Before a file is replaced: one that is there and is no dictionary is renamed to <path>.damaged,
-// in place of an earlier one of that name, so that what it holds is not lost. Answers whether
-// `path` may be written.
-bool setAsideDamaged(const std::string& path);
+// Before a file is replaced: a regular file that is no dictionary is renamed to <path>.damaged, or
+// to <path>.damaged-2 and so on where that name is taken, so that what it holds is not lost. Where
+// that fails it stays.
+void setAsideDamaged(const std::string& path);
+
+// Sets the keys of `changes` in the dictionary of a file and keeps its other keys; a file that is
+// none is set aside. Keeps others that do the same out meanwhile, unless one of them takes longer
+// than `patience`. The file becomes a binary list, which keeps dates to the fraction.
+Status merge(const std::string& path, const PropertyList::Dictionary& changes,
+             std::chrono::milliseconds patience);
 
 }  // namespace property_list
 }  // namespace platform

@@ -63,7 +63,8 @@ bool save(const std::string& folder, const std::string& path,
           const PropertyList::Dictionary& unsaved) {
   if (!file_system::createDirectory(folder).ok()) return false;
   const auto lock = FolderLock::acquire(folder, kLongestWait);
-  if (!lock || !property_list::setAsideDamaged(path)) return false;
+  if (!lock) return false;
+  property_list::setAsideDamaged(path);
   auto values = savedValues();
   for (const auto& [key, value] : unsaved) values.insert_or_assign(key, value);
   return property_list::write(path, values, property_list::Format::binary).ok();

@@ -9,7 +9,8 @@
 // <bundle identifier>.plist in the Preferences folder of the user's library (as superuser: of user
 // id 0's own home, whatever the environment says). A program without an identifier goes by its own
 // name. Without a home there is no file. A file that is no property list reads as empty, and is
-// renamed to <file>.damaged before it is replaced. Thread-safe; may block on the disk.
+// set aside before it is replaced, see property_list::setAsideDamaged. Thread-safe; may block on
+// the disk.
 namespace platform::user_defaults {
 
 // Takes the argument domain from a command line: from the first argument on, a word of a dash and

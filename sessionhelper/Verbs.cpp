@@ -16,13 +16,21 @@ struct Verb {
 };
 
 // One line a verb, in the order of their names.
+// clang-format off
 constexpr Verb kVerbs[] = {
-    {verb::After::kName, after},       {verb::Become::kName, become},
-    {verb::Detach::kName, detach},     {verb::Open::kName, open},
-    {verb::OpenFile::kName, openFile}, {verb::OpenFileWith::kName, openFileWith},
-    {verb::OpenWith::kName, openWith}, {verb::Register::kName, registerApplication},
-    {verb::Remote::kName, remote},     {verb::Start::kName, start},
+    {verb::After::kName, after},
+    {verb::Become::kName, become},
+    {verb::Detach::kName, detach},
+    {verb::Files::kName, files},
+    {verb::Open::kName, open},
+    {verb::OpenFile::kName, openFile},
+    {verb::OpenFileWith::kName, openFileWith},
+    {verb::OpenWith::kName, openWith},
+    {verb::Register::kName, registerApplication},
+    {verb::Remote::kName, remote},
+    {verb::Start::kName, start},
 };
+// clang-format on
 
 int usage() {
   std::fputs("usage: session-helper VERB [ARGUMENT ...]\nVerbs:\n", stderr);

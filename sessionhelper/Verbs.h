@@ -31,6 +31,8 @@ int become(const Arguments& arguments);
 // that; without -force that is a failure. A loop device is freed by the kernel.
 int detach(const Arguments& arguments);
 
+// files: ends when the socket does.
+int files(const Arguments& arguments);
 int open(const Arguments& arguments);
 int openWith(const Arguments& arguments);
 int registerApplication(const Arguments& arguments);

@@ -62,6 +62,15 @@ struct Become {
   auto fields() { return std::tie(command); }
 };
 
+// Becomes the user with that number and does what a socket, standard input, asks for in that
+// person's places (personal/Operations.h); ends when it does.
+struct Files {
+  static constexpr std::string_view kName = "files";
+  // In decimal digits.
+  std::string userId;
+  auto fields() { return std::tie(userId); }
+};
+
 // Speaks to an object on the person's session bus for a process that may not, asked by requests on
 // standard input (bus/RemoteRequest.h); ends when they do.
 struct Remote {

@@ -8,6 +8,8 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 
 #include "Shared/QVLog.h"
@@ -70,6 +72,26 @@ TEST_F(CrashLogsTest, AUserWithoutAHomeToWriteToDiesAllTheSame) {
   sandbox.becomeUser(Sandbox::kConsoleUser);
   ::setenv("HOME", "/proc", 1);
   EXPECT_EQ(logOfCrash(), std::nullopt);
+}
+
+TEST_F(CrashLogsTest, TheNewestTwentyOfThisProgramStay) {
+  sandbox.becomeUser(Sandbox::kConsoleUser);
+  const std::string folder = sandbox.home() + "/Library/Logs/DiagnosticReports";
+  std::filesystem::create_directories(folder);
+  const auto now = std::filesystem::file_time_type::clock::now();
+  for (int age = 0; age < 25; ++age) {
+    for (const char* program : {"CrashLogsTest", "Other"}) {
+      const std::string log = folder + "/" + program + "_" + std::to_string(age) + "_host.crash";
+      std::ofstream(log) << age;
+      std::filesystem::last_write_time(log, now - std::chrono::hours(age + 1));
+    }
+  }
+  crash_logs::startWriting();
+  for (int age = 0; age < 25; ++age) {
+    const std::string end = "_" + std::to_string(age) + "_host.crash";
+    EXPECT_EQ(std::filesystem::exists(folder + "/CrashLogsTest" + end), age < 20) << age;
+    EXPECT_TRUE(std::filesystem::exists(folder + "/Other" + end)) << age;
+  }
 }
 
 // First the reason reaches the log, then the crash log is written.

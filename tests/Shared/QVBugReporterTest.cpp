@@ -340,8 +340,19 @@ TEST_F(QVBugReporterTest, ADamagedRecordCountsAsNoneAndIsKeptAside) {
 TEST_F(QVBugReporterTest, ARecordThatCannotBeWrittenIsSurvived) {
   QVBugReporter::startBugReporter("Sample", sandbox.home() + "/missing/record.plist");
   QVBugReporter::stopBugReporter("");
-  QVBugReporter::stopBugReporter(sandbox.home());
-  EXPECT_TRUE(fs::is_directory(sandbox.home()));
+  const std::string folder = sandbox.makeDirectory("home/anna/folder");
+  QVBugReporter::stopBugReporter(folder);
+  EXPECT_TRUE(fs::is_directory(folder));
+  EXPECT_FALSE(fs::exists(folder + ".damaged"));
+}
+
+TEST_F(QVBugReporterTest, ADamagedRecordThatCannotBeKeptAsideIsReplaced) {
+  sandbox.makeFile("home/anna/record.plist", "damaged again");
+  sandbox.makeFile("home/anna/record.plist.damaged", "damaged before");
+  QVBugReporter::startBugReporter("Sample", record);
+  EXPECT_TRUE(property_list::read(record));
+  EXPECT_EQ(test::readFile(record + ".damaged"), "damaged before");
+  EXPECT_EQ(test::readFile(record + ".damaged-2"), "damaged again");
 }
 
 TEST_F(QVBugReporterTest, WithoutARecordFileTheUserDefaultsHoldTheRecord) {
@@ -441,6 +452,27 @@ TEST_F(QVBugReporterChownTest, ARecordBelowUsersIsGivenAwayWhenItIsWritten) {
   QVBugReporter::stopBugReporter(path);
   EXPECT_EQ(statusOf(path).st_uid, Sandbox::kConsoleUserId);
   EXPECT_TRUE(property_list::read(path));
+  QVBugReporter::startBugReporter("Sample", path);
+  EXPECT_EQ(property_list::read(path)->size(), 2U) << "written again, now that it is anna's";
+}
+
+TEST_F(QVBugReporterChownTest, ALinkInAPersonsFolderGivesNothingAway) {
+  const std::string secret = sandbox.makeFile("root/secret", "secret");
+  const std::string folder = sandbox.makeDirectory("Users/anna");
+  ASSERT_EQ(::chown(folder.c_str(), Sandbox::kConsoleUserId, 0), 0);
+  fs::create_symlink(secret, folder + "/record.plist");
+  QVBugReporter::chownPlist(folder + "/record.plist");
+  QVBugReporter::stopBugReporter(folder + "/record.plist");
+  EXPECT_EQ(statusOf(secret).st_uid, 0U);
+  EXPECT_EQ(test::readFile(secret), "secret");
+}
+
+TEST_F(QVBugReporterChownTest, ARecordInAPersonsFolderIsThatPersons) {
+  const std::string folder = sandbox.makeDirectory("Users/anna");
+  ASSERT_EQ(::chown(folder.c_str(), Sandbox::kConsoleUserId, Sandbox::kConsoleUserId), 0);
+  QVBugReporter::stopBugReporter(folder + "/record.plist");
+  EXPECT_EQ(statusOf(folder + "/record.plist").st_uid, Sandbox::kConsoleUserId);
+  EXPECT_TRUE(property_list::read(folder + "/record.plist"));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -31,6 +32,13 @@ class QVLogSuperuserTest : public test::LogFixture {
   static std::string localFile() { return fileIn(localFolder(), 1); }
   std::string usersFolder() const {
     return folderIn(sandbox_.homeOf(Sandbox::kConsoleUser) + "/Library");
+  }
+  void makeUsersFolder() const {
+    fs::create_directories(usersFolder());
+    for (fs::path made = usersFolder(); made != sandbox_.homeOf(Sandbox::kConsoleUser);
+         made = made.parent_path()) {
+      ASSERT_EQ(::chown(made.c_str(), Sandbox::kConsoleUserId, Sandbox::kConsoleUserId), 0);
+    }
   }
   std::string usersFile(int number) const { return fileIn(usersFolder(), number); }
 
@@ -63,7 +71,7 @@ TEST_F(QVLogSuperuserTest, WhatIsMadeInTheUsersHomeBelongsToTheUser) {
 
 TEST_F(QVLogSuperuserTest, RotatesTheUsersFilesWhileItsOwnIsTruncated) {
   sandbox_.setConsoleUser(Sandbox::kConsoleUser);
-  fs::create_directories(usersFolder());
+  makeUsersFolder();
   std::ofstream(usersFile(1)) << "user's 1";
   std::ofstream(usersFile(2)) << "user's 2";
   std::ofstream(localFile()) << "superuser's old text\n";
@@ -109,7 +117,7 @@ TEST_F(QVLogSuperuserTest, WithoutTheLocalFolderTheFileCannotBeMade) {
 TEST_F(QVLogSuperuserTest, ALinkThatTheUserHasPutInTheWayLeadsNowhere) {
   sandbox_.setConsoleUser(Sandbox::kConsoleUser);
   const std::string victim = sandbox_.makeFile("root/victim", "precious");
-  fs::create_directories(usersFolder());
+  makeUsersFolder();
   fs::create_symlink(victim, usersFile(1));
   fs::create_symlink(victim, usersFile(5));
   std::ofstream(localFile()) << "old";

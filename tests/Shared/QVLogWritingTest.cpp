@@ -442,4 +442,20 @@ TEST_F(QVLogRotationTest, NewLogsMayBeStartedWhileTheWriterStartsOne) {
   EXPECT_EQ(messages(1).back(), "still there");
 }
 
+// A log that was begun while the writer was opening the old one's file again.
+TEST_F(QVLogWritingTest, AFileThatWasReopenedTooLateIsNotStored) {
+  QVLog& log = QVLog::sharedController();
+  const auto stale = std::make_shared<test::GatedFile>();
+  const auto begun = std::make_shared<test::GatedFile>();
+  log.setFileHandle(nullptr);
+  const std::uint64_t generation = log.handleGeneration();
+  log.setFileHandle(begun);
+  log.setReopenedHandle(stale, generation);
+  EXPECT_EQ(log.fileHandle(), begun);
+
+  log.setFileHandle(nullptr);
+  log.setReopenedHandle(stale, log.handleGeneration());
+  EXPECT_EQ(log.fileHandle(), stale);
+}
+
 }  // namespace

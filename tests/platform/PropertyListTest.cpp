@@ -371,12 +371,36 @@ TEST(PropertyListTest, ADamagedFileIsSetAsideAndAWholeOneStays) {
   const Sandbox sandbox;
   const std::string path = sandbox.makeFile("list.plist", "damaged");
   sandbox.makeFile("list.plist.damaged", "older");
-  EXPECT_TRUE(property_list::setAsideDamaged(path));
-  EXPECT_EQ(test::readFile(path + ".damaged"), "damaged");
-  EXPECT_TRUE(property_list::setAsideDamaged(path));
+  property_list::setAsideDamaged(path);
+  EXPECT_EQ(test::readFile(path + ".damaged"), "older");
+  EXPECT_EQ(test::readFile(path + ".damaged-2"), "damaged");
+  property_list::setAsideDamaged(path);
   ASSERT_TRUE(property_list::write(path, {}, Format::xml).ok());
-  EXPECT_TRUE(property_list::setAsideDamaged(path));
+  property_list::setAsideDamaged(path);
   EXPECT_TRUE(property_list::read(path));
+}
+
+TEST(PropertyListTest, OnlyAFileIsSetAside) {
+  const Sandbox sandbox;
+  const std::string folder = sandbox.makeDirectory("folder");
+  const std::string link = sandbox.path("link");
+  ASSERT_EQ(::symlink("nowhere", link.c_str()), 0);
+  for (const std::string& path : {folder, link}) {
+    property_list::setAsideDamaged(path);
+    struct stat status {};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+    EXPECT_NE(::lstat((path + ".damaged").c_str(), &status), 0) << path;
+  }
+}
+
+TEST(PropertyListTest, MergingKeepsTheOtherKeysAndSetsADamagedFileAside) {
+  const Sandbox sandbox;
+  const std::string path = sandbox.makeFile("list.plist", "damaged");
+  ASSERT_TRUE(property_list::merge(path, {{"one", 1}}, std::chrono::seconds(1)).ok());
+  ASSERT_TRUE(property_list::merge(path, {{"two", 2}}, std::chrono::seconds(1)).ok());
+  const PropertyList::Dictionary expected = {{"one", 1}, {"two", 2}};
+  EXPECT_EQ(property_list::read(path), expected);
+  EXPECT_EQ(test::readFile(path + ".damaged"), "damaged");
 }
 
 TEST(PropertyListTest, ASwitchIsOnByTheTextOneOrANumberEqualToYes) {

@@ -3,8 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/FileSystem.h"
+#include "platform/ProcessInfo.h"
+#include "platform/linux/personal/PersonsChild.h"
+#include "platform/linux/users/PlaceOwner.h"
 #include "posix/FileDescriptor.h"
 
 namespace platform::file_system {
@@ -12,18 +16,17 @@ namespace {
 
 constexpr std::size_t kFirstChunk = 4096;
 
-// O_NONBLOCK: opening a pipe that nobody writes to must not hang.
-posix::FileDescriptor openRegularFile(const std::string& path) {
-  posix::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+// What a path leads to is looked at before it is opened: opening a device may do something, and
+// opening a pipe that nobody writes to must not hang.
+posix::FileDescriptor openIfRegular(const posix::FileDescriptor& item) {
   struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-  return file;
+  if (!item || ::fstat(item.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  const std::string opened = "/proc/self/fd/" + std::to_string(item.get());
+  return posix::FileDescriptor(
+      ::open(opened.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
-}  // namespace
-
-std::optional<std::string> read(const std::string& path, std::uint64_t limit) {
-  const posix::FileDescriptor file = openRegularFile(path);
+std::optional<std::string> readToEnd(const posix::FileDescriptor& file, std::uint64_t limit) {
   if (!file) return std::nullopt;
   std::string contents;
   std::size_t used = 0;
@@ -38,6 +41,26 @@ std::optional<std::string> read(const std::string& path, std::uint64_t limit) {
   }
   contents.resize(used);
   return contents;
+}
+
+std::optional<std::string> readByOwner(std::uint32_t owner, const std::string& path,
+                                       std::uint64_t limit) {
+  personal::Texts answer =
+      personal::PersonsChild::of(owner).ask(personal::readRequest(path, limit));
+  if (answer.size() < 2 || answer.front() != personal::kYes) return std::nullopt;
+  return std::move(answer[1]);
+}
+
+}  // namespace
+
+std::optional<std::string> read(const std::string& path, std::uint64_t limit) {
+  if (process_info::isSuperuser()) {
+    const Reached reached = reach(path);
+    if (reached.owner) return readByOwner(*reached.owner, path, limit);
+    return readToEnd(openIfRegular(reached.item), limit);
+  }
+  const posix::FileDescriptor item(::open(path.c_str(), O_PATH | O_CLOEXEC));
+  return readToEnd(openIfRegular(item), limit);
 }
 
 }  // namespace platform::file_system

@@ -2,10 +2,11 @@
 
 #include <plist/plist.h>
 
-#include <cstdio>
 #include <string_view>
 
 #include "platform/FileSystem.h"
+#include "platform/FolderLock.h"
+#include "platform/Path.h"
 #include "platform/linux/Allocated.h"
 #include "platform/linux/text/PropertyListCheck.h"
 #include "platform/linux/text/PropertyListNodes.h"
@@ -16,6 +17,7 @@ namespace {
 constexpr std::string_view kBinaryMagic = "bplist0";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::uint64_t kLargestFile = 64ULL << 20;
+constexpr int kMostSetAside = 1000;
 
 bool isBinary(std::string_view bytes) {
   return bytes.starts_with(kBinaryMagic);
@@ -68,9 +70,23 @@ Status write(const std::string& path, const PropertyList::Dictionary& dictionary
   return file_system::writeAtomically(path, serialized(dictionary, format));
 }
 
-bool setAsideDamaged(const std::string& path) {
-  if (!file_system::attributes(path) || read(path)) return true;
-  return std::rename(path.c_str(), (path + ".damaged").c_str()) == 0;
+void setAsideDamaged(const std::string& path) {
+  const auto attributes = file_system::attributes(path);
+  if (!attributes || attributes->kind != file_system::Kind::regular || read(path)) return;
+  const std::string aside = path + ".damaged";
+  if (file_system::move(path, aside).ok()) return;
+  for (int number = 2; number <= kMostSetAside; ++number) {
+    if (file_system::move(path, aside + "-" + std::to_string(number)).ok()) return;
+  }
+}
+
+Status merge(const std::string& path, const PropertyList::Dictionary& changes,
+             std::chrono::milliseconds patience) {
+  const auto lock = FolderLock::acquire(path::deletingLastComponent(path), patience);
+  setAsideDamaged(path);
+  auto contents = read(path).value_or(PropertyList::Dictionary());
+  for (const auto& [key, value] : changes) contents.insert_or_assign(key, value);
+  return write(path, contents, Format::binary);
 }
 
 }  // namespace platform::property_list
