@@ -70,6 +70,41 @@ TEST_F(RegisterApplicationTest, TheSuperusersEntryIsForEverybody) {
   EXPECT_TRUE(fs::exists(sandbox_.path("usr-local-share/applications")));
 }
 
+TEST_F(RegisterApplicationTest, WhatAPersonCanChangeTheSuperuserRegistersForThePersonAlone) {
+  sandbox_.setConsoleUser(Sandbox::kConsoleUser);
+  const std::string local = "/usr/local/share/applications/com.quorvale.Sample.desktop";
+  const std::string persons = sandbox_.homeOf(Sandbox::kConsoleUser) +
+                              "/.local/share/applications/com.quorvale.Sample.desktop";
+  for (const char* changeable : {"", "/Contents", "/Contents/Linux/Program"}) {
+    const std::string bundle = makeApplication(sandbox_, "Apps/Sample.app", kIdentifier);
+    ASSERT_EQ(::chown((bundle + changeable).c_str(), Sandbox::kOtherUserId, 0), 0);
+    EXPECT_TRUE(registerApplication(bundle)) << changeable;
+    EXPECT_FALSE(fs::exists(local)) << changeable;
+    struct stat status = {};
+    ASSERT_EQ(::stat(persons.c_str(), &status), 0) << changeable;
+    EXPECT_EQ(status.st_uid, Sandbox::kConsoleUserId);
+    fs::remove(persons);
+    fs::remove_all(bundle);
+  }
+}
+
+TEST_F(RegisterApplicationTest, WithNobodyAtTheConsoleWhatOthersCanChangeIsNotRegistered) {
+  const std::string bundle = makeApplication(sandbox_, "Apps/Sample.app", kIdentifier);
+  fs::permissions(bundle, fs::perms(0777));
+  EXPECT_FALSE(registerApplication(bundle));
+  EXPECT_FALSE(fs::exists("/usr/local/share/applications/com.quorvale.Sample.desktop"));
+}
+
+TEST_F(RegisterApplicationTest, ANameThatAnotherProgramHasElsewhereIsRefused) {
+  const std::string bundle = makeApplication(sandbox_, "Apps/Sample.app", kIdentifier);
+  const std::string taken =
+      sandbox_.makeDirectory("usr-local-share/applications") + "/com.quorvale.Sample.desktop";
+  std::ofstream(taken) << "[Desktop Entry]\nName=Another\n";
+  becomeUser();
+  EXPECT_FALSE(registerApplication(bundle));
+  EXPECT_FALSE(fs::exists(entry()));
+}
+
 TEST_F(RegisterApplicationTest, ADataHomeThatIsNoAbsolutePathIsNotUsed) {
   const std::string bundle = makeApplication(sandbox_, "Apps/Sample.app", kIdentifier);
   becomeUser();

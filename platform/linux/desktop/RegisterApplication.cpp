@@ -1,6 +1,8 @@
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include "platform/Bundle.h"
@@ -13,7 +15,10 @@
 #include "platform/Workspace.h"
 #include "platform/linux/SessionHelperVerbs.h"
 #include "platform/linux/desktop/DesktopEntry.h"
+#include "platform/linux/personal/PersonsChild.h"
 #include "platform/linux/tasks/SessionHelper.h"
+#include "platform/linux/users/SuperusersAlone.h"
+#include "platform/linux/users/UserDatabase.h"
 
 namespace platform::workspace {
 namespace {
@@ -51,6 +56,22 @@ void refreshDatabase(const std::string& folder) {
   }
 }
 
+// Where the superuser registers nothing, but where desktops look for entries, too. Of two entries
+// of one name they show that of the first folder: an application must not take another's place by
+// calling itself by its name.
+constexpr const char* kOtherEntries[] = {"/usr/local/share/applications", "/usr/share/applications",
+                                         "/var/lib/flatpak/exports/share/applications",
+                                         "/var/lib/snapd/desktop/applications"};
+
+bool isTakenElsewhere(const std::string& folder, const std::string& name) {
+  return std::ranges::any_of(kOtherEntries, [&](const std::string& other) {
+    const std::string file = other + "/" + name;
+    if (other == folder || !file_system::attributes(file)) return false;
+    const std::optional<std::string> entry = file_system::read(file, kLargestEntry);
+    return !entry || !desktop_entry::isOurs(*entry);
+  });
+}
+
 // An entry that the person or a package wrote under the same name stays.
 bool mayReplace(const std::string& file) {
   if (!file_system::attributes(file)) return true;
@@ -58,9 +79,21 @@ bool mayReplace(const std::string& file) {
   return old && desktop_entry::isOurs(*old);
 }
 
-bool writeEntry(const std::string& file, const std::string& entry) {
-  return mayReplace(file) && file_system::writeAtomically(file, entry).ok() &&
+bool writeEntry(const std::string& folder, const std::string& name, const std::string& entry) {
+  const std::string file = folder + "/" + name;
+  return !isTakenElsewhere(folder, name) && mayReplace(file) &&
+         file_system::writeAtomically(file, entry).ok() &&
          ::chmod(file.c_str(), kEntryPermissions) == 0;
+}
+
+// What others can change is not for everybody: it is registered by a child that is the person at
+// the console, in that person's own folder.
+bool registerForPerson(const std::string& bundlePath) {
+  const auto name = directories::consoleUser();
+  const auto person = name ? user_database::byName(*name) : std::nullopt;
+  if (!person || person->id == process_info::kSuperuser) return false;
+  const auto answer = personal::PersonsChild::of(person->id).ask({"register", bundlePath});
+  return answer.front() == personal::kYes;
 }
 
 }  // namespace
@@ -70,6 +103,9 @@ bool registerApplication(const std::string& bundlePath) {
   const auto handover =
       session_helper::handOver(helper_verb::words(helper_verb::Register{bundlePath}), {bundlePath});
   if (handover != Handover::notNeeded) return handover == Handover::accepted;
+  if (process_info::isSuperuser() && !isSuperusersAlone(bundlePath)) {
+    return registerForPerson(bundlePath);
+  }
   const std::optional<Bundle> bundle = Bundle::at(bundlePath);
   if (!bundle) return false;
   const auto application = desktop_entry::describing(*bundle);
@@ -78,7 +114,7 @@ bool registerApplication(const std::string& bundlePath) {
   const std::optional<std::string> folder = entriesFolder();
   if (!entry || !folder || !file_system::createDirectory(*folder).ok()) return false;
   const std::string name = desktop_entry::fileName(bundle->identifier(), bundlePath);
-  if (!writeEntry(*folder + "/" + name, *entry)) return false;
+  if (!writeEntry(*folder, name, *entry)) return false;
   refreshDatabase(*folder);
   return true;
 }
