@@ -133,7 +133,7 @@ void BusConnection::send(const BusMessage& message) {
 }
 
 void BusConnection::workUntil(const std::function<bool()>& done) {
-  const auto end = Clock::now() + kPatience;
+  const auto end = Clock::now() + limit_;
   while (!done()) {
     const int worked = sd_bus_process(bus_.get(), nullptr);
     if (worked < 0) raiseBroken(worked);

@@ -15,7 +15,7 @@ struct BusMessageUnref {
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageUnref>;
 
 // A connection of its own to the person's session bus or to the system's bus. Nothing that the bus
-// or its members do, or leave undone, holds a call longer than kPatience: it then raises
+// or its members do, or leave undone, holds a call longer than its limit: it then raises
 // platform::Exception (kPortTimeout). A connection that breaks raises it with kInvalidSendPort.
 // What others send to this connection unasked is thrown away as it comes. One thread at a time.
 class BusConnection {
@@ -27,6 +27,9 @@ class BusConnection {
   static std::unique_ptr<BusConnection> open();
   // The same for the bus of the system's services, which has one place on every machine.
   static std::unique_ptr<BusConnection> openSystem();
+
+  // What each later call may take, instead of kPatience.
+  void setLimit(std::chrono::milliseconds limit) { limit_ = limit; }
 
   // A call of a method of an object; nobody is started to answer it. Null when a name is none that
   // the bus allows.
@@ -50,6 +53,7 @@ class BusConnection {
   void workUntil(const std::function<bool()>& done);
 
   const Connection bus_;
+  std::chrono::milliseconds limit_ = kPatience;
 };
 
 }  // namespace platform

@@ -2,51 +2,42 @@
 
 #include <systemd/sd-bus.h>
 
-#include <memory>
+#include "platform/Exception.h"
+#include "platform/linux/bus/BusConnection.h"
 
 namespace platform {
 namespace {
-
-struct Closer {
-  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
-  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-};
-
-using Bus = std::unique_ptr<sd_bus, Closer>;
-using Message = std::unique_ptr<sd_bus_message, Closer>;
 
 constexpr char kService[] = "org.freedesktop.PolicyKit1";
 constexpr char kObject[] = "/org/freedesktop/PolicyKit1/Authority";
 
 // A property is answered by the service itself; a mere ping would be by its bus library, also when
 // the service hangs.
-Message question(sd_bus* bus) {
-  sd_bus_message* message = nullptr;
-  if (sd_bus_message_new_method_call(bus, &message, kService, kObject,
-                                     "org.freedesktop.DBus.Properties", "Get") < 0) {
-    return nullptr;
-  }
-  Message result(message);
-  if (sd_bus_message_append(message, "ss", "org.freedesktop.PolicyKit1.Authority",
+BusMessage question(BusConnection& bus) {
+  BusMessage call = bus.newCall(kService, kObject, "org.freedesktop.DBus.Properties", "Get");
+  if (call == nullptr ||
+      sd_bus_message_append(call.get(), "ss", "org.freedesktop.PolicyKit1.Authority",
                             "BackendVersion") < 0) {
     return nullptr;
   }
-  return result;
+  // The bus starts the service when it is first spoken to.
+  sd_bus_message_set_auto_start(call.get(), 1);
+  return call;
 }
 
 }  // namespace
 
-bool polkitAnswers(std::chrono::microseconds limit) {
-  sd_bus* connection = nullptr;
-  if (sd_bus_open_system(&connection) < 0) return false;
-  const Bus bus(connection);
-  const Message asked = question(bus.get());
-  if (asked == nullptr) return false;
-  sd_bus_message* answer = nullptr;
-  const int result = sd_bus_call(bus.get(), asked.get(), static_cast<std::uint64_t>(limit.count()),
-                                 nullptr, &answer);
-  const Message owned(answer);
-  return result >= 0;
+bool polkitAnswers(std::chrono::milliseconds limit) {
+  try {
+    const auto bus = BusConnection::openSystem();
+    if (bus == nullptr) return false;
+    bus->setLimit(limit - BusConnection::kPatience);
+    const BusMessage asked = question(*bus);
+    const BusMessage answer = asked ? bus->call(asked) : nullptr;
+    return answer != nullptr && sd_bus_message_is_method_error(answer.get(), nullptr) == 0;
+  } catch (const Exception&) {
+    return false;
+  }
 }
 
 }  // namespace platform
