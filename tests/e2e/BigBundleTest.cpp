@@ -113,9 +113,8 @@ class BigBundleTest : public testing::TestWithParam<As> {
   }
 
   std::string entry() {
-    const std::string folder =
-        isUser() ? sandbox().homeOf(Sandbox::kConsoleUser) + "/.local/share" : "/usr/local/share";
-    return folder + "/applications/com.quorvale.Sample.desktop";
+    return sandbox().homeOf(Sandbox::kConsoleUser) +
+           "/.local/share/applications/com.quorvale.Sample.desktop";
   }
   bool isOpened() { return fs::exists(machine().launchRecord()); }
   bool isWhole() {

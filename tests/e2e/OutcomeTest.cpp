@@ -153,12 +153,11 @@ class OutcomeTest : public testing::TestWithParam<Row> {
                                HasSubstr("program " + destination() + "/")));
   }
 
-  // The desktop knows the new bundle when it is where the old one was, in the person's folder or,
-  // by the superuser, in everybody's.
+  // The desktop knows the new bundle when it is where the old one was, in the person's folder: the
+  // bundle is the person's to change, also where the superuser has copied it.
   void expectRegistered() {
-    const std::string share =
-        row().who == Who::user ? home() + "/.local/share" : "/usr/local/share";
-    const std::string entry = share + "/applications/com.quorvale.Sample.desktop";
+    const std::string entry = home() + "/.local/share/applications/com.quorvale.Sample.desktop";
+    EXPECT_FALSE(fs::exists("/usr/local/share/applications/com.quorvale.Sample.desktop"));
     if (row().newBundle != New::inPlace) {
       EXPECT_FALSE(fs::exists(entry));
       return;

@@ -1,7 +1,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,6 +19,7 @@
 #include "platform/linux/desktop/DesktopEntry.h"
 #include "platform/linux/personal/PersonsChild.h"
 #include "platform/linux/tasks/SessionHelper.h"
+#include "platform/linux/users/PlaceOwner.h"
 #include "platform/linux/users/SuperusersAlone.h"
 #include "platform/linux/users/UserDatabase.h"
 
@@ -86,13 +89,21 @@ bool writeEntry(const std::string& folder, const std::string& name, const std::s
          ::chmod(file.c_str(), kEntryPermissions) == 0;
 }
 
-// What others can change is not for everybody: it is registered by a child that is the person at
-// the console, in that person's own folder.
-bool registerForPerson(const std::string& bundlePath) {
+// The person at the console, or else whoever owns the bundle; never the superuser.
+std::optional<std::uint32_t> personFor(const std::string& bundlePath) {
   const auto name = directories::consoleUser();
-  const auto person = name ? user_database::byName(*name) : std::nullopt;
-  if (!person || person->id == process_info::kSuperuser) return false;
-  const auto answer = personal::PersonsChild::of(person->id).ask({"register", bundlePath});
+  if (!name) return reach(bundlePath).owner;
+  const auto person = user_database::byName(*name);
+  if (!person || person->id == process_info::kSuperuser) return std::nullopt;
+  return person->id;
+}
+
+// What others can change is not for everybody: it is registered by a child that is the person, in
+// that person's own folder.
+bool registerForPerson(const std::string& bundlePath) {
+  const auto person = personFor(bundlePath);
+  if (!person) return false;
+  const auto answer = personal::PersonsChild::of(*person).ask({"register", bundlePath});
   return answer.front() == personal::kYes;
 }
 
