@@ -11,6 +11,7 @@
 #include "platform/Clock.h"
 #include "platform/Console.h"
 #include "platform/Date.h"
+#include "platform/Exception.h"
 #include "platform/FileSystem.h"
 #include "platform/Path.h"
 #include "platform/ProcessInfo.h"
@@ -43,6 +44,15 @@ bool isUsable(const QVAuthorization::Path& path) {
 
 bool isSystemDirectory(const QVAuthorization::Path& path) {
   return path && QVLocalPaths::isPathSystemDirectory(*path, true);
+}
+
+// The answer is the same whatever became of the tool.
+void startUnwatched(const std::string& tool, const std::vector<std::string>& parameters) {
+  try {
+    QVTaskEx::runTaskAndReturn(tool, parameters);
+  } catch (const platform::Exception& exception) {
+    console::log("Unable to run %@: %@", tool, exception.reason());
+  }
 }
 
 void readToEnd(platform::privilege::ToolOutput& output) {
@@ -133,7 +143,7 @@ int QVAuthorization::authExecTask(const std::string& tool,
   }
   if (isSuperuser()) {
     if (async) {
-      QVTaskEx::runTaskAndReturn(tool, parameters);
+      startUnwatched(tool, parameters);
     } else {
       QVTaskEx::runTask(tool, parameters);
     }
@@ -178,7 +188,11 @@ bool QVAuthorization::startAsSuperuser(const std::string& tool,
     return false;
   }
   // Nobody watches over it, so it is waited for: what comes next must not meet it half-way.
-  QVTaskEx::runTask(tool, parameters);
+  if (file_system::exists(tool)) {
+    QVTaskEx::runTask(tool, parameters);
+  } else {
+    startUnwatched(tool, parameters);
+  }
   return true;
 }
 

@@ -63,8 +63,9 @@ class QVAuthorization : public NeverReleased<QVAuthorization> {
 
   // Runs a tool with administrator's rights: 0, kToolMissing, kNotAuthorized or the platform's
   // number. Without `async` it returns when the tool has closed its output, still with 0 whatever
-  // the tool's exit status. Starts the session if there is none yet. As superuser always 0 or
-  // kToolMissing.
+  // the tool's exit status; a tool that must wait for an earlier one on its path is not waited for,
+  // since that one may hang, and the caller with it. Starts the session if there is none yet. As
+  // superuser always 0 or kToolMissing.
   int authExecTask(const std::string& tool, const std::vector<std::string>& parameters) {
     return authExecTask(tool, parameters, true);
   }

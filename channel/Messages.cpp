@@ -1,5 +1,6 @@
 #include "channel/Messages.h"
 
+#include <charconv>
 #include <cstring>
 
 namespace channel {
@@ -34,6 +35,8 @@ bool fit(Kind kind, const std::vector<std::string>& words) {
       return !words.empty() && words.front().starts_with('/');
     case Kind::observe:
       return words.size() == 1 && words.front().starts_with('/');
+    case Kind::give:
+      return words.size() == 1 && processNumber(words.front()) > 0;
     case Kind::hello:
     case Kind::newChannel:
     case Kind::life:
@@ -55,6 +58,13 @@ std::optional<std::vector<std::string>> takeWords(std::string_view text) {
 }
 
 }  // namespace
+
+int processNumber(std::string_view word) {
+  int number = 0;
+  const char* end = word.data() + word.size();
+  const auto [stopped, error] = std::from_chars(word.data(), end, number);
+  return error == std::errc() && stopped == end ? number : 0;
+}
 
 std::optional<std::string> encoded(const Request& request) {
   std::string packet;
@@ -82,7 +92,7 @@ std::optional<Request> parseRequest(std::string_view packet) {
   Request request;
   if (packet.size() > kMaxMessage || !takeMagic(packet) || !take(packet, kind) ||
       !take(packet, request.id) || kind < static_cast<std::uint32_t>(Kind::hello) ||
-      kind > static_cast<std::uint32_t>(Kind::life)) {
+      kind > static_cast<std::uint32_t>(Kind::give)) {
     return {};
   }
   request.kind = static_cast<Kind>(kind);

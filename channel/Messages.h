@@ -30,7 +30,9 @@ enum class Kind : std::uint32_t {
   // one on which its end is reported as one TermStatus. The output of a command that must wait for
   // an earlier one ends at once, so that nobody who reads it stands as long as that one runs.
   runPiped = 3,
-  // Asks for a channel for a child of the asker. The reply carries it.
+  // Asks for a channel for a child of the asker. The reply carries it; nothing that is said on it
+  // is
+  // listened to before it was given.
   newChannel = 4,
   // Asks what became of the commands of the kind `run` that name an overlapping path, accepted so
   // far on whatever channel. The reply carries the reading end of a pipe on which one TermStatus
@@ -42,15 +44,20 @@ enum class Kind : std::uint32_t {
   // elevator and all tools that it started have ended: how the end of a tool is known though the
   // elevator went first.
   life = 6,
+  // Gives the channel that the asker got last to the one process that may use it.
+  give = 7,
 };
 
 struct Request {
   Kind kind = Kind::hello;
   std::uint32_t id = 0;
   // Of a command: the absolute path of its tool, then its arguments. Of an observation: the
-  // absolute path. Else empty.
+  // absolute path. Of a gift: the process's number. Else empty.
   std::vector<std::string> words;
 };
+
+// The number of a process as a gift has it; 0 when it is none.
+int processNumber(std::string_view word);
 
 struct Reply {
   std::uint32_t id = 0;

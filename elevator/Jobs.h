@@ -37,7 +37,7 @@ struct Job {
 class Jobs {
  public:
   static constexpr std::size_t kMostRunning = 16;
-  static constexpr std::size_t kMostWaiting = 4096;
+  static constexpr std::size_t kMostWaiting = 12000;
   static constexpr std::size_t kMostWaitingBytes = 32U << 20;
   // How many that have ended are remembered for observers who come later.
   static constexpr std::size_t kMostRemembered = 64;

@@ -43,7 +43,7 @@ bool hasReader(int pipe) {
 }  // namespace
 
 Server::Server(posix::FileDescriptor firstChannel) : life_(posix::makePipe()) {
-  channels_.push_back({std::move(firstChannel), 0, {}});
+  channels_.push_back({std::move(firstChannel), 0, {}, 0});
 }
 
 void Server::run() {
@@ -58,7 +58,8 @@ bool Server::hasReasonToStay() const {
 void Server::waitForSomething() {
   std::vector<pollfd> entries;
   for (const Channel& channel : channels_) {
-    entries.push_back({channel.socket.get(), POLLIN, 0});
+    const short awaited = channel.giver == 0 ? POLLIN : 0;
+    entries.push_back({channel.socket.get(), awaited, 0});
     entries.push_back({channel.peerProcess.get(), POLLIN, 0});
   }
   const std::size_t channelEntries = entries.size();
@@ -113,7 +114,7 @@ bool Server::admit(Channel& channel, pid_t sender) {
 bool Server::reply(const Channel& channel, const channel::Request& request) {
   // Answering may open a channel, which moves the others.
   const int socket = channel.socket.get();
-  const Answer result = answer(request);
+  const Answer result = answer(request, channel.peer);
   std::vector<int> numbers;
   for (const posix::FileDescriptor& descriptor : result.descriptors)
     numbers.push_back(descriptor.get());
@@ -122,7 +123,7 @@ bool Server::reply(const Channel& channel, const channel::Request& request) {
                        numbers);
 }
 
-Server::Answer Server::answer(const channel::Request& request) {
+Server::Answer Server::answer(const channel::Request& request, pid_t asker) {
   switch (request.kind) {
     case channel::Kind::hello:
       return {};
@@ -130,11 +131,13 @@ Server::Answer Server::answer(const channel::Request& request) {
     case channel::Kind::runPiped:
       return runCommand(request);
     case channel::Kind::newChannel:
-      return openChannel();
+      return openChannel(asker);
     case channel::Kind::observe:
       return observe(request);
     case channel::Kind::life:
       return tellLife();
+    case channel::Kind::give:
+      return {give(asker, channel::processNumber(request.words.front())), {}};
   }
   return {EINVAL, {}};
 }
@@ -158,21 +161,32 @@ Server::Answer Server::runCommand(const channel::Request& request) {
     result.descriptors.push_back(std::move(output.reading));
     result.descriptors.push_back(std::move(report.reading));
   }
-  job.ends.life = copyOf(life_.writing);
-  if (!job.ends.life) return {errno, {}};
+  job.ends.life = life_.writing.get();
   result.status = jobs_.add(std::move(job));
   if (result.status != 0) result.descriptors.clear();
   return result;
 }
 
-Server::Answer Server::openChannel() {
+Server::Answer Server::openChannel(pid_t asker) {
   if (channels_.size() == kMostChannels) return {EAGAIN, {}};
   channel::ChannelPair pair = channel::makeChannel();
   if (!pair.one) return {errno, {}};
   Answer result;
   result.descriptors.push_back(std::move(pair.other));
-  channels_.push_back({std::move(pair.one), 0, {}});
+  channels_.push_back({std::move(pair.one), 0, {}, asker});
   return result;
+}
+
+int Server::give(pid_t asker, pid_t child) {
+  const auto given = std::find_if(channels_.rbegin(), channels_.rend(),
+                                  [asker](const Channel& each) { return each.giver == asker; });
+  if (given == channels_.rend()) return ENOENT;
+  posix::FileDescriptor process = openProcess(child);
+  if (!process) return errno;
+  given->peer = child;
+  given->peerProcess = std::move(process);
+  given->giver = 0;
+  return 0;
 }
 
 Server::Answer Server::observe(const channel::Request& request) {

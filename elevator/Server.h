@@ -30,6 +30,8 @@ class Server {
     pid_t peer = 0;
     // Readable when that has ended (pidfd_open(2)).
     posix::FileDescriptor peerProcess;
+    // Who asked for it and has yet to give it to somebody; it is not read meanwhile.
+    pid_t giver = 0;
   };
   // What goes back to the asker; what it holds is closed here once it has been sent.
   struct Answer {
@@ -43,9 +45,10 @@ class Server {
   bool serve(Channel& channel);
   static bool admit(Channel& channel, pid_t sender);
   bool reply(const Channel& channel, const channel::Request& request);
-  Answer answer(const channel::Request& request);
+  Answer answer(const channel::Request& request, pid_t asker);
   Answer runCommand(const channel::Request& request);
-  Answer openChannel();
+  Answer openChannel(pid_t asker);
+  int give(pid_t asker, pid_t child);
   Answer observe(const channel::Request& request);
   Answer tellLife() const;
 

@@ -44,8 +44,8 @@ void resetSignals() {
 }
 
 // A copy that is out of the way of the places, and closed on exec.
-int aside(const posix::FileDescriptor& descriptor) {
-  return ::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, kFirstFree);
+int aside(int descriptor) {
+  return ::fcntl(descriptor, F_DUPFD_CLOEXEC, kFirstFree);
 }
 
 int place(int descriptor, int number) {
@@ -56,11 +56,10 @@ int place(int descriptor, int number) {
 int become(const Tool& tool, std::vector<std::string> words, const ToolEnds& ends) {
   ::setsid();
   resetSignals();
-  const int output = ends.output ? aside(ends.output) : STDOUT_FILENO;
-  const int life = aside(ends.life);
-  const int file = aside(tool.file);
+  const int output = ends.output ? aside(ends.output.get()) : STDOUT_FILENO;
+  const int file = aside(tool.file.get());
   int status = place(output, STDOUT_FILENO);
-  if (status == 0) status = place(life, kLife);
+  if (status == 0 && ends.life >= 0) status = place(aside(ends.life), kLife);
   // The file's own descriptor closes when the program starts, which is too early for the
   // interpreter of a script.
   if (status == 0 && tool.isScript) status = place(file, kScript);
@@ -96,7 +95,7 @@ int spawn(const Tool& tool, const std::vector<std::string>& words, const ToolEnd
   const pid_t pid = ::fork();
   if (pid < 0) return errno;
   if (pid == 0) {
-    const int telling = aside(failure.writing);
+    const int telling = aside(failure.writing.get());
     const int reason = telling < 0 ? errno : become(tool, words, ends);
     const int told = telling < 0 ? failure.writing.get() : telling;
     [[maybe_unused]] const ssize_t written = ::write(told, &reason, sizeof reason);

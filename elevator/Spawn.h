@@ -12,8 +12,9 @@ namespace elevator {
 struct ToolEnds {
   // Where the standard output goes; nowhere when empty.
   posix::FileDescriptor output;
-  // What the tool holds open behind its standard ends as long as it lasts.
-  posix::FileDescriptor life;
+  // What the tool holds open behind its standard ends as long as it lasts, the
+  // caller's; none when negative.
+  int life = -1;
 };
 
 // Starts an examined tool with `words`, its own name first: from the very file that was examined,

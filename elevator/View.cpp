@@ -129,7 +129,9 @@ class Root {
     for (std::size_t end = door.written.find('/', 1); end != std::string::npos;
          end = door.written.find('/', end + 1)) {
       folder = door.written.substr(1, end - 1);
-      if (::mkdirat(root_.get(), folder.c_str(), 0755) != 0 && errno != EEXIST) return errno;
+      const int made = ::mkdirat(root_.get(), folder.c_str(), 0755);
+      if (made != 0 && errno != EEXIST) return errno;
+      if (made == 0) made_.push_back(folder);
     }
     const std::string target = std::string("/") + kUnfollowed + door.resolved;
     const int made = ::symlinkat(target.c_str(), root_.get(), door.written.c_str() + 1);
@@ -140,25 +142,37 @@ class Root {
   // else may change.
   int close(const std::string& border) { return closeAt(root_.get(), kOrdinary + border, border); }
 
-  // What else stands in the root; to be called last.
+  // What else stands in the root, and in the folders of root's that were made; to be called last.
   int leadTheRest() {
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir("/"), ::closedir);
-    if (folder == nullptr) return errno;
-    while (const dirent* entry = ::readdir(folder.get())) {
-      const std::string target = std::string("/") + kOrdinary + "/" + entry->d_name;
-      if (::symlinkat(target.c_str(), root_.get(), entry->d_name) != 0 && errno != EEXIST) {
+    int status = leadTheRestOf("", kOrdinary);
+    for (const std::string& folder : made_) {
+      const bool isRoots = channel::wayTo("/" + folder, channel::End::meant).isRootsAlone();
+      if (status == 0 && isRoots) status = leadTheRestOf(folder + "/", kUnfollowed);
+    }
+    return status;
+  }
+
+  int enter() const {
+    return ::fchdir(root_.get()) == 0 && ::chroot(".") == 0 && ::chdir("/") == 0 ? 0 : errno;
+  }
+
+ private:
+  int leadTheRestOf(const std::string& folder, const char* tree) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir(("/" + folder).c_str()), ::closedir);
+    if (stream == nullptr) return errno;
+    while (const dirent* entry = ::readdir(stream.get())) {
+      const std::string place = folder + entry->d_name;
+      const std::string target = std::string("/").append(tree).append("/").append(place);
+      if (::symlinkat(target.c_str(), root_.get(), place.c_str()) != 0 && errno != EEXIST) {
         return errno;
       }
     }
     return 0;
   }
 
-  int enter() {
-    return ::fchdir(root_.get()) == 0 && ::chroot(".") == 0 && ::chdir("/") == 0 ? 0 : errno;
-  }
-
- private:
   posix::FileDescriptor root_;
+  // The folders in it, without the slash in front.
+  std::vector<std::string> made_;
 };
 
 int leadAlong(Root& root, const std::vector<Way>& ways) {

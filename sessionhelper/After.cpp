@@ -1,6 +1,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string>
@@ -29,31 +30,48 @@ std::optional<Order> parsed(const Arguments& arguments) {
   return valid ? order : std::nullopt;
 }
 
-// Whether the tools, which have then all ended, succeeded.
-bool waitForWriters(const Order& order) {
-  bool succeeded = true;
+enum class End { good, bad, unknown };
+
+// How the tools of one session have ended, which they then have.
+End waitForWriter(int number) {
+  const posix::FileDescriptor report(number);
+  const posix::FileDescriptor life(number + 1);
+  const std::optional<int> status = platform::takeReport(report);
+  if (status) return *status == 0 ? End::good : End::bad;
+  platform::waitForEnd(life);
+  return End::unknown;
+}
+
+End waitForWriters(const Order& order) {
+  End worst = End::good;
   for (int i = 0; i < order.writers; ++i) {
-    succeeded = platform::takeReport(posix::FileDescriptor(kFirstDescriptor + i)) == 0 && succeeded;
+    worst = std::max(worst, waitForWriter(kFirstDescriptor + 2 * i));
   }
-  return succeeded;
+  return worst;
 }
 
 // Nothing is ever written there: the end comes when the other deferred verb has ended.
 void waitForTurns(const Order& order) {
   for (int i = 0; i < order.turns; ++i) {
-    static_cast<void>(
-        platform::takeReport(posix::FileDescriptor(kFirstDescriptor + order.writers + i)));
+    platform::waitForEnd(posix::FileDescriptor(kFirstDescriptor + 2 * order.writers + i));
   }
+}
+
+// What may be in use after all is not taken from under its users.
+int detachAfter(End end, Arguments command) {
+  if (end == End::unknown) std::erase(command, "-force");
+  return perform(command);
 }
 
 // Whoever asked for this may have ended, and with it its wish that the machine stay awake.
 int carryOut(const Order& order) {
   const platform::InhibitorLock untilCarriedOut("An application is being updated.");
-  const bool written = waitForWriters(order);
+  const End end = waitForWriters(order);
   waitForTurns(order);
-  if (written || order.verb.front() == platform::helper_verb::Detach::kName) {
-    return perform(order.verb);
+  if (order.verb.front() == platform::helper_verb::Detach::kName) {
+    return detachAfter(end, order.verb);
   }
+  if (end == End::good) return perform(order.verb);
   platform::session_helper::tellIncomplete(order.verb);
   return kFailure;
 }

@@ -1,3 +1,5 @@
+#include <syslog.h>
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +9,7 @@
 #include <thread>
 
 #include "platform/linux/Allocated.h"
+#include "posix/Escaped.h"
 #include "sessionhelper/LoopDevice.h"
 #include "sessionhelper/MountTable.h"
 #include "sessionhelper/Unmount.h"
@@ -26,6 +29,8 @@ struct Order {
 
 void say(const std::string& words) {
   std::fprintf(stderr, "session-helper: detach: %s\n", words.c_str());
+  // Who started this may have nobody's ear.
+  syslog(LOG_WARNING, "session-helper: detach: %s", posix::escaped(words).c_str());
 }
 
 std::optional<Order> parsed(const Arguments& arguments) {

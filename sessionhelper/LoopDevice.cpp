@@ -34,6 +34,13 @@ std::optional<std::string> lastingLoopDeviceAt(const std::string& mountPoint) {
   return std::nullopt;
 }
 
+bool isLoopDevice(const std::string& number) {
+  std::error_code missing;
+  const fs::path device = fs::canonical("/sys/dev/block/" + number, missing);
+  return !missing && (fs::exists(device / "loop", missing) ||
+                      fs::exists(device.parent_path() / "loop", missing));
+}
+
 void deleteLoopDevice(const std::string& device) {
   const auto task = Task::create();
   task->setLaunchPath("/usr/bin/udisksctl");

@@ -10,6 +10,9 @@ namespace session_helper {
 // goes by itself; what a person sets up through udisks stays.
 std::optional<std::string> lastingLoopDeviceAt(const std::string& mountPoint);
 
+// Whether the device, as "major:minor", is a loop device or a partition of one.
+bool isLoopDevice(const std::string& number);
+
 // Has udisks free the loop device: at once, or when what else of it is mounted has gone. Everybody
 // may have that done with a device that they set up, root with each. Nobody is asked for a password
 // and nothing is told when it cannot be done.

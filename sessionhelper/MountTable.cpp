@@ -14,6 +14,12 @@ bool isOctal(char character) {
 constexpr int kDeviceField = 2;
 constexpr int kMountPointField = 4;
 
+// Behind the options come some fields that may be missing, a hyphen, type, source and options.
+constexpr int kNumberField = 0;
+constexpr std::string_view kSeparator = " - ";
+constexpr int kTypeField = 0;
+constexpr int kSystemOptionsField = 2;
+
 std::string fieldOf(std::string_view line, int field) {
   for (int i = 0; i < field; ++i) {
     const std::size_t blank = line.find(' ');
@@ -57,6 +63,19 @@ std::string deviceMountedAt(const std::string& path, std::istream& mountInfo) {
     }
   }
   return device;
+}
+
+std::optional<Mount> mountOf(std::uint64_t number, std::istream& mountInfo) {
+  for (std::string line; std::getline(mountInfo, line);) {
+    const std::size_t separator = line.find(kSeparator);
+    if (separator == std::string::npos || fieldOf(line, kNumberField) != std::to_string(number)) {
+      continue;
+    }
+    const std::string system = line.substr(separator + kSeparator.size());
+    return Mount{fieldOf(line, kDeviceField), fieldOf(system, kTypeField),
+                 fieldOf(system, kSystemOptionsField)};
+  }
+  return std::nullopt;
 }
 
 }  // namespace session_helper

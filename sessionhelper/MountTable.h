@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <istream>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,5 +19,15 @@ bool isMountPoint(const std::string& path, std::istream& mountInfo);
 // The device, as "major:minor", of what was mounted last at exactly `path` according to such a
 // table; "" when nothing is.
 std::string deviceMountedAt(const std::string& path, std::istream& mountInfo);
+
+struct Mount {
+  std::string device;  // as "major:minor"
+  std::string type;
+  // Of the file system, with commas between.
+  std::string options;
+};
+
+// The mount of that number (STATX_MNT_ID) according to such a table; none when it has none.
+std::optional<Mount> mountOf(std::uint64_t number, std::istream& mountInfo);
 
 }  // namespace session_helper

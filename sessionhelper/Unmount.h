@@ -19,8 +19,10 @@ enum class Manner {
   lazy,
 };
 
-// Has the system's own tool unmount what is mounted at `mountPoint`, which has no links in it. The
-// tool knows what an ordinary user may unmount and what else is to be cleared away with it.
+// Unmounts what is mounted at `mountPoint`, which has no links in it. For an ordinary user the
+// system's own tool does, which knows what that user may unmount and what else is to be cleared
+// away with it. As root the folder is held and no link followed; where others may change the way
+// there, only an image's mount is taken away, or one that the folder's owner made.
 UnmountResult unmount(const std::string& mountPoint, Manner manner);
 
 }  // namespace session_helper

@@ -18,8 +18,9 @@ inline constexpr int kUsageError = 64;
 // What was asked for could not be done; standard error says why.
 inline constexpr int kFailure = 1;
 
-// after: unless the verb is detach, it is not carried out after a tool that failed. A process of
-// its own does all this; whoever ends this one ends only the waiting for it.
+// after: unless the verb is detach, it is not carried out after a tool that failed, and after one
+// whose end nobody knows detach does not force anything. A process of its own does all this; whoever
+// ends this one ends only the waiting for it.
 int after(const Arguments& arguments);
 
 // become: see Person.h. The status is then that program's.

@@ -472,6 +472,14 @@ TEST_F(QVAuthorizationAsSuperuserTest, TheToolsAreRunThoughTheElevatorIsKilledIn
   }
 }
 
+TEST_F(QVAuthorizationAsSuperuserTest, AToolThatCannotBeLaunchedIsAnsweredLikeAnyOther) {
+  const std::string tool = sandbox_.makeFile("tool",
+                                             "\x7f"
+                                             "ELF, but no program");
+  fs::permissions(tool, fs::perms(0755));
+  EXPECT_EQ(QVAuthorization::sharedController().authExecTask(tool, {}), 0);
+}
+
 // Nobody would watch over a tool that is not waited for.
 TEST_F(QVAuthorizationAsSuperuserTest, WithoutTheElevatorAToolHasEndedWhenTheCallReturns) {
   ASSERT_EQ(::mount("/dev/null", QV_TEST_ELEVATOR, nullptr, MS_BIND, nullptr), 0);

@@ -63,8 +63,8 @@ class LinkRaceTest : public testing::Test {
   // How often the tool could be started and did succeed.
   void race(const char* name, const std::function<std::vector<std::string>(int)>& words) {
     attack();
-    const elevator::ToolEnds ends = {
-        {}, posix::FileDescriptor(::open("/dev/null", O_WRONLY | O_CLOEXEC))};
+    const posix::FileDescriptor life(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    const elevator::ToolEnds ends = {{}, life.get()};
     const auto end = std::chrono::steady_clock::now() + kTime;
     int tries = 0;
     int started = 0;

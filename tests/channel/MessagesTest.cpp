@@ -58,7 +58,7 @@ TEST(MessagesTest, WhatIsNoRequestIsRefused) {
   std::string otherVersion = packet;
   otherVersion[0] = 'q';
   EXPECT_FALSE(parseRequest(otherVersion));
-  for (const char kind : {'\0', '\6', '\xff'}) {
+  for (const char kind : {'\0', '\10', '\xff'}) {
     std::string otherKind = packet;
     otherKind[4] = kind;
     EXPECT_FALSE(parseRequest(otherKind)) << static_cast<int>(kind);

@@ -105,6 +105,7 @@ class ServerTest : public testing::Test {
     EXPECT_EQ(answer.status, 0);
     return answer.status == 0 ? std::move(answer.descriptors[0]) : posix::FileDescriptor();
   }
+  int give(pid_t process) { return channel_.ask(Kind::give, {std::to_string(process)}, 0).status; }
   ElevatorChannel::Answer runScript(const std::string& script) {
     return run({"/bin/sh", "-c", script});
   }
@@ -419,6 +420,21 @@ TEST_F(ServerTest, ManyToolsAreAllRun) {
   EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 200);
 }
 
+TEST_F(ServerTest, AsManyFilesAsAPersonMayHaveWaitForASlowTool) {
+  const HeldTool held(sandbox_);
+  const std::string path = sandbox_.path("x");
+  EXPECT_EQ(run({"/bin/sh", "-c", held.script(), "sh", path}).status, 0);
+  const rlimit many{16384, 16384};
+  ASSERT_EQ(::prlimit(server_, RLIMIT_NOFILE, &many, nullptr), 0);
+  for (int i = 0; i < 6000; ++i) {
+    ASSERT_EQ(run({"/bin/true", path + "/" + std::to_string(i)}).status, 0) << i;
+  }
+  held.release();
+  ::kill(server_, SIGKILL);
+  ::waitpid(server_, nullptr, 0);
+  ended_ = true;
+}
+
 TEST_F(ServerTest, AFullQueueIsSaidToBeAndLosesNothing) {
   const HeldTool held(sandbox_);
   const std::string path = sandbox_.path("x");
@@ -440,10 +456,32 @@ TEST_F(ServerTest, ANewChannelWorksAndOutlivesTheFirst) {
   auto answer = channel_.ask(Kind::newChannel, {}, 1);
   ASSERT_EQ(answer.status, 0);
   ElevatorChannel second(std::move(answer.descriptors[0]));
+  ASSERT_EQ(give(::getpid()), 0);
   channel_.close();
   EXPECT_EQ(second.ask(Kind::run, {"/bin/true"}, 0).status, 0);
   second.close();
   EXPECT_TRUE(serverEnds());
+}
+
+// Whoever else takes its descriptor may be faster than the child that it is for.
+TEST_F(ServerTest, ANewChannelIsUsedByTheOneAloneThatItIsGivenTo) {
+  auto answer = channel_.ask(Kind::newChannel, {}, 1);
+  ASSERT_EQ(answer.status, 0);
+  ElevatorChannel stolen(std::move(answer.descriptors[0]));
+  ASSERT_TRUE(stolen.sendHello());
+  EXPECT_EQ(channel_.ask(Kind::hello, {}, 0).status, 0);
+  pollfd entry{stolen.socket(), POLLIN, 0};
+  EXPECT_EQ(::poll(&entry, 1, 100), 0) << "it was not given yet";
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::pause();
+    ::_exit(0);
+  }
+  ASSERT_EQ(give(child), 0);
+  EXPECT_TRUE(hasEnded(stolen.socket()));
+  EXPECT_EQ(give(child), ENOENT) << "there is none left";
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
 }
 
 TEST_F(ServerTest, ThereIsAnEndToNewChannels) {
@@ -483,6 +521,7 @@ TEST_F(ServerTest, AChannelGoesWithTheProcessThatUsedItThoughAnotherHoldsItOpen)
         *encoded(channel::Request{Kind::run, 1, {"/bin/mkdir", sandbox_.path("made")}});
     ::_exit(channel::send(held, last) ? 0 : 1);
   }
+  EXPECT_EQ(give(user), 0);
   int status = -1;
   ::waitpid(user, &status, 0);
   EXPECT_EQ(status, 0);
@@ -517,6 +556,7 @@ class HostilePacketTest : public ServerTest {
     auto answer = channel_.ask(Kind::newChannel, {}, 1);
     ASSERT_EQ(answer.status, 0);
     const int victim = answer.descriptors[0].get();
+    ASSERT_EQ(give(::getpid()), 0);
     ASSERT_TRUE(channel::send(victim, packet, descriptors));
     EXPECT_TRUE(hasEnded(victim)) << packet.size();
     EXPECT_EQ(channel_.ask(Kind::hello, {}, 0).status, 0);
@@ -546,6 +586,7 @@ TEST_F(HostilePacketTest, ForeignDescriptorsAreRefused) {
 
 TEST_F(HostilePacketTest, OneWhoTakesNoRepliesIsNotWaitedFor) {
   auto answer = channel_.ask(Kind::newChannel, {}, 1);
+  ASSERT_EQ(give(::getpid()), 0);
   const std::string hello = *encoded(channel::Request{Kind::hello, 1, {}});
   // More than its queue of replies can hold.
   EXPECT_TRUE(waitFor([&] {

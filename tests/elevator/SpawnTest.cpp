@@ -36,8 +36,8 @@ TEST(SpawnTest, AToolThatCouldNotBeWaitedForIsNotStarted) {
   ASSERT_EQ(tool.status, 0);
   const std::size_t before = test::children();
   posix::FileDescriptor process;
-  const elevator::ToolEnds ends = {
-      {}, posix::FileDescriptor(::open("/dev/null", O_WRONLY | O_CLOEXEC))};
+  const posix::FileDescriptor life(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+  const elevator::ToolEnds ends = {{}, life.get()};
   std::vector<posix::FileDescriptor> all = allDescriptors();
   EXPECT_EQ(elevator::spawn(tool, {"/bin/mkdir", made}, ends, process), EMFILE);
   all.clear();

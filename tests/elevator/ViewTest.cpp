@@ -55,8 +55,8 @@ class ViewTest : public testing::Test {
   static int run(const std::vector<std::string>& words) {
     const elevator::Tool tool = elevator::openTool(words.front());
     EXPECT_EQ(tool.status, 0);
-    const elevator::ToolEnds ends = {
-        {}, posix::FileDescriptor(::open("/dev/null", O_WRONLY | O_CLOEXEC))};
+    const posix::FileDescriptor life(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    const elevator::ToolEnds ends = {{}, life.get()};
     posix::FileDescriptor process;
     const int status = elevator::spawn(tool, words, ends, process);
     return status == 0 ? elevator::collect(process) : -status;

@@ -443,6 +443,8 @@ TEST_F(PrivilegeTest, ArgumentsArriveAsTheyAre) {
 TEST_F(PrivilegeTest, AProtectedProcessCannotBeReadByOthersOfItsUser) {
   const Polkit polkit(sandbox_);
   asUser([] {
+    // What has given up root, as this process has, would be protected by that alone.
+    ASSERT_EQ(::prctl(PR_SET_DUMPABLE, 1), 0);
     privilege::protectProcess();
     const auto session = sessionWithPassword();
     const pid_t self = ::getpid();

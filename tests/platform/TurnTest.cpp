@@ -242,13 +242,44 @@ TEST_P(TurnTest, WhenNobodyKnowsHowTheWriterEndedNothingIsOpened) {
     auto session = grantedSession();
     runOn(*session, held.script(), bundle_);
     killElevatorOf(*session);
-    EXPECT_FALSE(workspace::open(bundle_));
+    EXPECT_TRUE(workspace::open(bundle_)) << "that has to wait";
     session.reset();
-    EXPECT_FALSE(workspace::open(bundle_)) << "also when the lost session is let go";
+    EXPECT_TRUE(workspace::open(bundle_)) << "also when the lost session is let go";
   });
-  EXPECT_EQ(errors(), complaint("open") + complaint("open"));
+  EXPECT_EQ(errors(), "") << "the tool still runs";
   held.release();
-  EXPECT_FALSE(waitFor([&] { return isOpened(); }, kAWhile));
+  EXPECT_TRUE(waitFor([&] { return errors() == complaint("open") + complaint("open"); }));
+  EXPECT_FALSE(isOpened());
+}
+
+TEST_P(TurnTest, WhenAToolThatNobodyKnowsOfHasEndedThatIsSaidAtOnce) {
+  play([&] {
+    auto session = grantedSession();
+    runOn(*session, "exit 0", bundle_);
+    killElevatorOf(*session);
+    EXPECT_TRUE(waitFor([&] { return !workspace::open(bundle_); }));
+  });
+  EXPECT_THAT(errors(), HasSubstr(complaint("open")));
+  EXPECT_FALSE(isOpened());
+}
+
+TEST_P(TurnTest, AToolThatWritesAnewWaitsForTheOneOfALostSession) {
+  const HeldTool held(sandbox_);
+  const std::string trace = sandbox_.path("trace");
+  const std::string lost = sandbox_.path("home/anna/lost");
+  const pid_t helper = start([&] {
+    auto session = grantedSession();
+    runOn(*session, held.script() + "echo first >>" + trace, bundle_);
+    killElevatorOf(*session);
+    session = grantedSession();
+    fs::create_directory(lost);
+    runOn(*session, "echo second >>" + trace, bundle_);
+  });
+  EXPECT_TRUE(waitFor([&] { return fs::exists(lost); }));
+  EXPECT_FALSE(waitFor([&] { return fs::exists(trace); }, kAWhile));
+  held.release();
+  EXPECT_TRUE(test::passed(helper));
+  EXPECT_TRUE(waitFor([&] { return readFile(trace) == "first\nsecond\n"; })) << readFile(trace);
 }
 
 TEST_P(TurnTest, ALostSessionHoldsNothingBackThatItDidNotWrite) {
@@ -345,6 +376,24 @@ TEST_P(DetachTurnTest, AnImageIsDetachedWhenNoToolReadsFromItAnyMore) {
   task->waitUntilExit();
   EXPECT_EQ(task->terminationStatus(), 0);
   EXPECT_FALSE(image.isMounted());
+}
+
+TEST_P(DetachTurnTest, WhenTheElevatorDiesNoImageIsDetachedUnderATool) {
+  const HeldTool held(sandbox_);
+  const LoopImage image(sandbox_, "Volumes/Image");
+  // More than the time after which a busy image is taken out of the tree.
+  constexpr std::chrono::seconds kLong(6);
+  auto session = grantedSession();
+  runOn(*session, "exec 9<" + image.mountPoint() + "/lost+found; " + held.script(),
+        image.mountPoint() + "/Sample.app");
+  const auto waiting = startedDetach(image.mountPoint());
+  killElevatorOf(*session);
+  const auto task = startedDetach(image.mountPoint());
+  EXPECT_FALSE(waitFor([&] { return !image.isMounted(); }, kLong));
+  held.release();
+  waiting->waitUntilExit();
+  task->waitUntilExit();
+  EXPECT_TRUE(waitFor([&] { return !image.isMounted(); }));
 }
 
 TEST_P(DetachTurnTest, WhenTheCallerGivesUpTheImageIsDetachedAllTheSame) {

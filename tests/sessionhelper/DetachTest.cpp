@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -156,6 +157,23 @@ TEST_F(DetachTest, SomeoneWithoutTheRightIsRefusedAndNotKeptWaiting) {
   EXPECT_EQ(result.status, kFailure);
   EXPECT_THAT(result.error, HasSubstr("superuser"));
   EXPECT_TRUE(image.isMounted());
+}
+
+// What somebody can rename, somebody can lead root to.
+TEST_F(DetachTest, SomebodyElsesMountInAPersonsFolderIsNotTakenAway) {
+  const std::string folder = sandbox.makeDirectory("home/anna/folder/disk");
+  ASSERT_EQ(::chown(sandbox.path("home/anna/folder").c_str(), Sandbox::kConsoleUserId, 0), 0);
+  ASSERT_EQ(::mount("tmpfs", folder.c_str(), "tmpfs", 0, nullptr), 0);
+  const Result result = detach({folder, "-force"});
+  EXPECT_EQ(result.status, kFailure);
+  EXPECT_THAT(result.error, HasSubstr("is not an image's"));
+  EXPECT_EQ(::umount2(folder.c_str(), UMOUNT_NOFOLLOW), 0) << "it is still there";
+}
+
+TEST_F(DetachTest, AnImageInAPersonsFolderIsDetached) {
+  const LoopImage image(sandbox, "home/anna/Image");
+  EXPECT_EQ(detach({image.mountPoint(), "-force"}).status, 0);
+  EXPECT_FALSE(image.isMounted());
 }
 
 TEST(DetachArgumentsTest, WhatIsNotAMountPointIsRefused) {

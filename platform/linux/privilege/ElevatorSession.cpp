@@ -1,5 +1,6 @@
 #include "platform/linux/privilege/ElevatorSession.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cstdint>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "channel/Messages.h"
@@ -24,6 +26,9 @@ using privilege::Outcome;
 constexpr std::chrono::minutes kPersonLimit(5);
 // PAM lets those who gave a wrong password wait for some seconds.
 constexpr std::chrono::seconds kPasswordLimit(30);
+// An elevator whose queue is full has room again when a tool has ended.
+constexpr std::chrono::minutes kQueueLimit(1);
+constexpr std::chrono::milliseconds kQueuePause(20);
 // As many as the elevator itself remembers.
 constexpr std::size_t kMostWritten = 64;
 
@@ -56,7 +61,7 @@ class ElevatedOutput : public privilege::ToolOutput {
 
   int terminationStatus() override {
     if (!report_) return status_;
-    status_ = takeReport(report_);
+    status_ = takeReport(report_).value_or(kUnknownEnd);
     report_ = posix::FileDescriptor();
     return status_;
   }
@@ -77,7 +82,7 @@ ElevatorSession::ElevatorSession(posix::FileDescriptor ownEnd, posix::FileDescri
 ElevatorSession::~ElevatorSession() {
   writers::remove(*this);
   // It was not ended, so it was lost.
-  if (channel_.socket() < 0) writers::markEndUnknown({written_.begin(), written_.end()});
+  if (channel_.socket() < 0) writers::markEndUnknown({written_.begin(), written_.end()}, life_);
   ElevatorSession::end();
 }
 
@@ -108,7 +113,14 @@ Execution ElevatorSession::execute(const std::string& tool,
   words.insert(words.end(), arguments.begin(), arguments.end());
   const std::vector<std::string> paths =
       piped ? std::vector<std::string>() : channel::namedPaths(arguments);
-  auto answer = run(std::move(words), piped, paths);
+  // Nobody else keeps this tool from what a lost session's still does.
+  writers::waitForUnknownEnds(channel::namedPaths(arguments));
+  auto answer = run(words, piped, paths);
+  const auto limit = std::chrono::steady_clock::now() + kQueueLimit;
+  while (answer.status == EAGAIN && std::chrono::steady_clock::now() < limit) {
+    std::this_thread::sleep_for(kQueuePause);
+    answer = run(words, piped, paths);
+  }
   // What an earlier session left behind there is written anew.
   if (answer.status == 0 && !piped) writers::markRewritten(paths);
   // What elevator/View.h answers.
@@ -123,6 +135,11 @@ ElevatorChannel::Answer ElevatorSession::run(std::vector<std::string> words, boo
   const std::lock_guard lock(mutex_);
   // Nobody is at the other end yet.
   if (elevatorsEnd_) return {privilege::kSessionLost, {}, 0};
+  if (!life_) {
+    auto life = channel_.ask(channel::Kind::life, {}, 1);
+    if (life.status != 0) return life;
+    life_ = std::move(life.descriptors[0]);
+  }
   auto answer = channel_.ask(piped ? channel::Kind::runPiped : channel::Kind::run, std::move(words),
                              piped ? 2 : 0);
   if (answer.status != 0) return answer;
@@ -137,10 +154,11 @@ ElevatorSession::Observation ElevatorSession::observe(const std::string& path) {
   const std::vector<std::string> paths = channel::namedPaths({path});
   const std::lock_guard lock(mutex_);
   auto answer = channel_.ask(channel::Kind::observe, {path}, 1);
-  if (answer.status == 0) return {std::move(answer.descriptors[0]), false};
+  posix::FileDescriptor life(::fcntl(life_.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (answer.status == 0) return {std::move(answer.descriptors[0]), std::move(life), false};
   const bool wrote = std::ranges::any_of(
       written_, [&paths](const auto& each) { return channel::overlap(each, paths); });
-  return {posix::FileDescriptor(), wrote};
+  return {posix::FileDescriptor(), std::move(life), wrote};
 }
 
 posix::FileDescriptor ElevatorSession::newChannel() {
@@ -148,6 +166,12 @@ posix::FileDescriptor ElevatorSession::newChannel() {
   if (elevatorsEnd_) return {};
   auto answer = channel_.ask(channel::Kind::newChannel, {}, 1);
   return answer.status == 0 ? std::move(answer.descriptors[0]) : posix::FileDescriptor();
+}
+
+// When it fails the child finds nobody at the other end.
+void ElevatorSession::give(pid_t child) {
+  const std::lock_guard lock(mutex_);
+  static_cast<void>(channel_.ask(channel::Kind::give, {std::to_string(child)}, 0));
 }
 
 int ElevatorSession::runInheriting(const std::string& program,
@@ -163,6 +187,7 @@ int ElevatorSession::runInheriting(const std::string& program,
   try {
     ChildProcess process(child);
     channel = posix::FileDescriptor();
+    give(process.handle()->id);
     process.wait();
     return process.status().value_or(-1);
   } catch (const std::system_error&) {

@@ -40,6 +40,8 @@ class ElevatorSession : public privilege::Session, public writers::Session {
                               std::vector<std::string> paths);
   // A channel for a child; empty when the elevator gives none.
   posix::FileDescriptor newChannel();
+  // Makes the child the one that may use the latest of them.
+  void give(pid_t child);
 
   // Whether there is anything to observe; the lock may be held while a person thinks.
   std::atomic<bool> hasRunTools_ = false;
@@ -48,6 +50,8 @@ class ElevatorSession : public privilege::Session, public writers::Session {
   ElevatorChannel channel_;
   // The paths of the latest tools that nobody waits for, one list a tool.
   std::deque<std::vector<std::string>> written_;
+  // See Kind::life; asked for before the first tool.
+  posix::FileDescriptor life_;
   posix::FileDescriptor elevatorsEnd_;
   // Null when the elevator was started by somebody else.
   std::unique_ptr<ChildProcess> elevator_;

@@ -1,24 +1,34 @@
 #include "platform/linux/privilege/Writers.h"
 
-#include <poll.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <utility>
 
 #include "channel/NamedPaths.h"
+#include "channel/Packet.h"
 #include "platform/NoDestructor.h"
 #include "platform/linux/privilege/ToolReport.h"
 
 namespace platform::writers {
 namespace {
 
+constexpr std::chrono::minutes kLostLimit(1);
+
+// A tool whose session was lost.
+struct Lost {
+  std::vector<std::string> paths;
+  posix::FileDescriptor life;
+};
+
 struct Sessions {
   // Guards what follows, and keeps each from ending while it is asked.
   std::mutex mutex;
   std::vector<Session*> all;
-  // Of tools whose session was lost, one list a tool.
-  std::vector<std::vector<std::string>> unknownEnds;
+  std::vector<Lost> lost;
 };
 
 Sessions& sessions() {
@@ -26,9 +36,38 @@ Sessions& sessions() {
   return *instance;
 }
 
-bool isReadable(const posix::FileDescriptor& pipe) {
-  pollfd entry{pipe.get(), POLLIN, 0};
-  return ::poll(&entry, 1, 0) == 1;
+posix::FileDescriptor copyOf(const posix::FileDescriptor& descriptor) {
+  return posix::FileDescriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+// Those that run on though nobody will tell how they end.
+void addUnknown(Writers& writers, const posix::FileDescriptor& life) {
+  if (!life || isReadable(life)) {
+    writers.failed = true;
+  } else {
+    writers.running.push_back({copyOf(life), copyOf(life)});
+  }
+}
+
+void addObserved(Writers& writers, Session::Observation observation) {
+  if (!observation.report) {
+    if (observation.lost) addUnknown(writers, observation.life);
+  } else if (!isReadable(observation.report)) {
+    writers.running.push_back({std::move(observation.report), std::move(observation.life)});
+  } else if (const auto status = takeReport(observation.report)) {
+    writers.failed = writers.failed || *status != 0;
+  } else {
+    addUnknown(writers, observation.life);
+  }
+}
+
+std::vector<posix::FileDescriptor> livesOn(const std::vector<Lost>& lost,
+                                           const std::vector<std::string>& paths) {
+  std::vector<posix::FileDescriptor> lives;
+  for (const Lost& each : lost) {
+    if (channel::overlap(each.paths, paths)) lives.push_back(copyOf(each.life));
+  }
+  return lives;
 }
 
 }  // namespace
@@ -37,20 +76,10 @@ Writers on(const std::string& path) {
   Writers result;
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
-  result.failed = std::ranges::any_of(known.unknownEnds,
-                                      [named = channel::namedPaths({path})](const auto& each) {
-                                        return channel::overlap(each, named);
-                                      });
-  for (Session* session : known.all) {
-    Session::Observation observation = session->observe(path);
-    if (observation.report && !isReadable(observation.report)) {
-      result.running.push_back(std::move(observation.report));
-    } else if (observation.report) {
-      result.failed = result.failed || takeReport(observation.report) != 0;
-    } else {
-      result.failed = result.failed || observation.lost;
-    }
+  for (const auto& life : livesOn(known.lost, channel::namedPaths({path}))) {
+    addUnknown(result, life);
   }
+  for (Session* session : known.all) addObserved(result, session->observe(path));
   return result;
 }
 
@@ -66,17 +95,28 @@ void remove(Session& session) {
   std::erase(known.all, &session);
 }
 
-void markEndUnknown(const std::vector<std::vector<std::string>>& paths) {
+void markEndUnknown(const std::vector<std::vector<std::string>>& paths,
+                    const posix::FileDescriptor& life) {
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
-  known.unknownEnds.insert(known.unknownEnds.end(), paths.begin(), paths.end());
+  for (const auto& each : paths) known.lost.push_back({each, copyOf(life)});
+}
+
+void waitForUnknownEnds(const std::vector<std::string>& paths) {
+  Sessions& known = sessions();
+  std::vector<posix::FileDescriptor> lives;
+  {
+    const std::lock_guard lock(known.mutex);
+    lives = livesOn(known.lost, paths);
+  }
+  for (const posix::FileDescriptor& life : lives) channel::waitReadable(life.get(), kLostLimit);
 }
 
 void markRewritten(const std::vector<std::string>& paths) {
   Sessions& known = sessions();
   const std::lock_guard lock(known.mutex);
-  std::erase_if(known.unknownEnds,
-                [&paths](const auto& each) { return channel::overlap(each, paths); });
+  std::erase_if(known.lost,
+                [&paths](const Lost& each) { return channel::overlap(each.paths, paths); });
 }
 
 }  // namespace platform::writers

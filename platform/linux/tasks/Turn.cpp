@@ -86,12 +86,18 @@ Turn turnOf(const std::vector<std::string>& verb, const std::vector<std::string>
   std::vector<posix::FileDescriptor> earlier = endsOfEarlier(state.earlier, named);
   Turn turn;
   turn.isAfterFailure = writers.failed;
-  turn.isLater = !writers.running.empty() || !earlier.empty();
+  // What may not be done at all need not wait for its turn, in which the failure would be
+  // forgotten.
+  const bool isRefused = writers.failed && writers.running.empty() && verb.front() != "detach";
+  turn.isLater = !writers.running.empty() || (!earlier.empty() && !isRefused);
   if (!turn.isLater) return turn;
   turn.arguments = helper_verb::words(helper_verb::After{static_cast<int>(writers.running.size()),
                                                          static_cast<int>(earlier.size()), verb});
   turn.descriptors.push_back(enter(state.earlier, named));
-  std::ranges::move(writers.running, std::back_inserter(turn.descriptors));
+  for (writers::Running& each : writers.running) {
+    turn.descriptors.push_back(std::move(each.report));
+    turn.descriptors.push_back(std::move(each.life));
+  }
   std::ranges::move(earlier, std::back_inserter(turn.descriptors));
   return turn;
 }

@@ -15,7 +15,8 @@ struct Turn {
   // The words of helper_verb::After.
   std::vector<std::string> arguments;
   // What it has from its third descriptor on (ChildProgram::further): one to hold as long as it
-  // lasts, those of the tools, see Writers.h, and those that end with the earlier deferred verbs.
+  // lasts, two for the tools of each session, see Writers.h, and those that end with the earlier
+  // deferred verbs.
   std::vector<posix::FileDescriptor> descriptors;
   // When it need not wait: whether the tool that worked on such a path last failed.
   bool isAfterFailure = false;
