@@ -85,7 +85,8 @@ TEST_F(QVLocalPathsSuperuserTest, WithNobodyAtTheConsoleTheUserHasNoFolders) {
 
 TEST_F(QVLocalPathsSuperuserTest, AUserOfTheLoginWindowsNameCountsAsNobody) {
   std::string users = test::readFile("/etc/passwd");
-  users.replace(users.find("\nanna:"), 6, "\nloginwindow:");
+  const std::string name = Sandbox::kConsoleUser;
+  users.replace(users.find(name + ":"), name.size(), "loginwindow");
   sandbox.makeFile("etc/passwd", users);
   EXPECT_EQ(QVLocalPaths::currentConsoleUser(), std::nullopt);
   EXPECT_EQ(QVLocalPaths::userDirectory(), std::nullopt);
