@@ -27,12 +27,21 @@ void unlockDestination(const std::string& source, const std::string& destination
       path_rules::appending(destination, path_rules::lastComponent(source)));
 }
 
+// Whether something other than the item has the new name: a link that leads nowhere may, to which
+// every question about what is there answers no.
+bool isLinkOfAnother(const std::string& source, const std::string& destination) {
+  const auto target = file_system::symbolicLinkTarget(destination);
+  return target && target != file_system::symbolicLinkTarget(source);
+}
+
 enum class TwoSteps { done, notPossible, nameIsAnothers };
 
 // Where letter case does not tell names apart, a direct move would find its destination taken.
 TwoSteps moveByWayOfAnotherName(const std::string& source, const std::string& destination) {
   const std::string between = QVFileManager::uniqueFilename(destination);
-  if (!file_system::move(source, between).ok()) return TwoSteps::notPossible;
+  if (!file_system::move(source, between).ok()) {
+    return isLinkOfAnother(source, destination) ? TwoSteps::nameIsAnothers : TwoSteps::notPossible;
+  }
   if (file_system::move(between, destination).ok()) return TwoSteps::done;
   // While the item is away, what has its new name is another one.
   const bool taken = file_system::attributes(destination).has_value();

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <string>
@@ -64,7 +65,9 @@ TEST_F(LeftoversTest, WhatAKilledProcessLeftIsRemovedAfterADay) {
 
 TEST_F(LeftoversTest, WhatMayBeInTheMakingStays) {
   const std::string name = leave("copying");
-  std::filesystem::last_write_time(folder_ + "/" + name, {});
+  using std::filesystem::file_time_type;
+  std::filesystem::last_write_time(folder_ + "/" + name,
+                                   file_time_type::clock::now() - std::chrono::hours(48));
   remove(0);
   EXPECT_THAT(fs::list(folder_), Optional(ElementsAre(name)));
 }

@@ -60,7 +60,8 @@ void removeLeftovers(int folder, std::time_t now) {
   for (const std::string& name : temporaryNamesIn(open.get())) {
     const Location item = locationIn(open.get(), name);
     // What cannot be removed stays for the next process to try.
-    if (item && isOldAndOwn(item, now)) static_cast<void>(removeTree(item, LockedFolders::open).ok());
+    if (item && isOldAndOwn(item, now))
+      static_cast<void>(removeTree(item, LockedFolders::open).ok());
   }
 }
 
