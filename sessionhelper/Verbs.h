@@ -19,8 +19,8 @@ inline constexpr int kUsageError = 64;
 inline constexpr int kFailure = 1;
 
 // after: unless the verb is detach, it is not carried out after a tool that failed, and after one
-// whose end nobody knows detach does not force anything. A process of its own does all this; whoever
-// ends this one ends only the waiting for it.
+// whose end nobody knows detach does not force anything. A process of its own does all this;
+// whoever ends this one ends only the waiting for it.
 int after(const Arguments& arguments);
 
 // become: see Person.h. The status is then that program's.

@@ -79,8 +79,8 @@ struct Remote {
 };
 
 // Carries out a verb, given in words, when what descriptors tell has ended: the third is held
-// meanwhile, then come two for each session in which tools run, then those of earlier deferred verbs
-// (tasks/Turn.h).
+// meanwhile, then come two for each session in which tools run, then those of earlier deferred
+// verbs (tasks/Turn.h).
 struct After {
   static constexpr std::string_view kName = "after";
   int writers = 0;
