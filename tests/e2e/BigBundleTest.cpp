@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/LogPreamble.h"
 #include "tests/support/LoginManager.h"
 #include "tests/support/Polkit.h"
 #include "tests/support/SlowFiles.h"
@@ -122,23 +123,18 @@ class BigBundleTest : public testing::TestWithParam<As> {
   }
 
   std::vector<std::string> expectedLog() {
-    std::vector<std::string> lines = {"Beginning installation...",
-                                      "Source path: " + machine().source(),
-                                      "Destination path: " + machine().destination(),
-                                      "Mount path: " + machine().mountPoint(),
-                                      "Silent: 0",
-                                      "Path is valid.",
-                                      "Waiting for software updater to close naturally...",
-                                      "Killing software updater instances...",
-                                      "Trashing old application..."};
-    if (isUser()) lines.emplace_back("Auth trashing old application...");
+    std::vector<std::string> rest = {"Trashing old application..."};
+    if (isUser()) rest.emplace_back("Auth trashing old application...");
     for (const char* line :
          {"Preparing to copy files...", "File copy successful.", "Launching app...",
           "Cleaning up...", "Task /usr/bin/hdiutil timed out. Terminating...",
           "Terminating self..."}) {
-      lines.emplace_back(line);
+      rest.emplace_back(line);
     }
-    return lines;
+    return test::logOfValidRun({.source = machine().source(),
+                                .destination = machine().destination(),
+                                .mountPath = machine().mountPoint()},
+                               rest);
   }
 
  private:

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/e2e/OutcomeTable.h"
+#include "tests/support/LogPreamble.h"
 #include "tests/support/Polkit.h"
 #include "tests/support/TreeDescription.h"
 #include "tests/support/UpdateMachine.h"
@@ -93,19 +94,13 @@ class OutcomeTest : public testing::TestWithParam<Row> {
   }
 
   std::vector<std::string> expectedMessages() {
-    std::vector<std::string> lines = {"Beginning installation...",
-                                      "Source path: " + machine().source(),
-                                      "Destination path: " + destination(),
-                                      "Mount path: " + mountPath().value_or("(null)"),
-                                      row().silent ? "Silent: 1" : "Silent: 0",
-                                      "Path is valid.",
-                                      "Waiting for software updater to close naturally...",
-                                      "Killing software updater instances..."};
-    // The log trims its lines.
-    if (mountPath() == "") lines[3] = "Mount path:";
-    lines.insert(lines.end(), row().log.begin(), row().log.end());
-    lines.emplace_back("Terminating self...");
-    return lines;
+    std::vector<std::string> rest(row().log.begin(), row().log.end());
+    rest.emplace_back("Terminating self...");
+    return test::logOfValidRun({.source = machine().source(),
+                                .destination = destination(),
+                                .mountPath = mountPath().value_or("(null)"),
+                                .silent = row().silent},
+                               rest);
   }
 
   // Without a display an alert is printed.

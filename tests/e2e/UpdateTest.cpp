@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/LogPreamble.h"
 #include "tests/support/UpdateMachine.h"
 #include "tests/support/WaitFor.h"
 #include "tests/support/XServer.h"
@@ -18,7 +19,6 @@ namespace {
 using std::chrono::steady_clock;
 using test::Sandbox;
 using test::UpdateMachine;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -43,16 +43,11 @@ class UpdateTest : public testing::Test {
   // The whole log of a run whose paths are valid: what each has in common, then `rest`.
   std::vector<std::string> validRun(const std::string& silent,
                                     const std::vector<std::string>& rest) {
-    std::vector<std::string> lines = {"Beginning installation...",
-                                      "Source path: " + machine().source(),
-                                      "Destination path: " + machine().destination(),
-                                      "Mount path: " + machine().mountPoint(),
-                                      "Silent: " + silent,
-                                      "Path is valid.",
-                                      "Waiting for software updater to close naturally...",
-                                      "Killing software updater instances..."};
-    lines.insert(lines.end(), rest.begin(), rest.end());
-    return lines;
+    return test::logOfValidRun({.source = machine().source(),
+                                .destination = machine().destination(),
+                                .mountPath = machine().mountPoint(),
+                                .silent = silent == "1"},
+                               rest);
   }
 
   std::vector<std::string> messages() { return machine().messages(); }
@@ -63,9 +58,7 @@ class UpdateTest : public testing::Test {
 
 TEST_F(UpdateTest, WithoutArgumentsTheRunLogsThemAsAbsentAndEndsWithoutAnAlert) {
   EXPECT_EQ(machine().run({}), 0);
-  EXPECT_THAT(messages(), ElementsAre("Beginning installation...", "Source path: (null)",
-                                      "Destination path: (null)", "Mount path: (null)", "Silent: 0",
-                                      "Invalid arguments", "Terminating self..."));
+  EXPECT_EQ(messages(), test::logOfRun({}, {"Invalid arguments", "Terminating self..."}));
   EXPECT_THAT(machine().output(), testing::Not(HasSubstr("Alert: ")));
 }
 
@@ -86,9 +79,9 @@ TEST_F(UpdateTest, WrongArgumentsInASilentRunShowNoAlertAndPauseOneSecond) {
   EXPECT_EQ(machine().run({"-source", "/x/A.app", "-destination", "/y/A.APP", "-silent", "YES"}),
             0);
   EXPECT_GE(steady_clock::now() - begin, std::chrono::seconds(1));
-  EXPECT_THAT(messages(), ElementsAre("Beginning installation...", "Source path: /x/A.app",
-                                      "Destination path: /y/A.APP", "Mount path: (null)",
-                                      "Silent: 1", "Invalid arguments", "Terminating self..."));
+  EXPECT_EQ(messages(),
+            test::logOfRun({.source = "/x/A.app", .destination = "/y/A.APP", .silent = true},
+                           {"Invalid arguments", "Terminating self..."}));
   EXPECT_THAT(machine().output(), testing::Not(HasSubstr("Alert: ")));
 }
 
