@@ -152,7 +152,8 @@ INSTANTIATE_TEST_SUITE_P(, BigBundleTest, testing::Values(As::user, As::superuse
 TEST_P(BigBundleTest, IsOpenedAndItsImageDetachedWhenItIsWholeThoughTheHelperHasEnded) {
   install();
   attachBigImage();
-  std::optional<SlowFiles> slowness(std::in_place, machine().mountPoint(), kDelay);
+  std::optional<SlowFiles> slowness(std::in_place, machine().mountPoint(), kDelay,
+                                    SlowFiles::Folders::quick, SlowFiles::Extent::fileSystem);
   EXPECT_EQ(machine().run(arguments()), 0);
   EXPECT_EQ(machine().messages(), expectedLog());
   EXPECT_FALSE(isOpened());
@@ -176,7 +177,8 @@ TEST_P(BigBundleTest, WhoseCopyFailsIsNotOpenedAndThatIsSaid) {
   sandbox().mountTmpfs("Applications", 40UL << 20U);
   install();
   attachBigImage();
-  std::optional<SlowFiles> slowness(std::in_place, machine().mountPoint(), kDelay);
+  std::optional<SlowFiles> slowness(std::in_place, machine().mountPoint(), kDelay,
+                                    SlowFiles::Folders::quick, SlowFiles::Extent::fileSystem);
   EXPECT_EQ(machine().run(arguments()), 0);
   EXPECT_EQ(machine().messages(), expectedLog());
   slowness.reset();
@@ -201,7 +203,8 @@ INSTANTIATE_TEST_SUITE_P(, BigBundlePausesTest, testing::Values(As::superuser), 
 TEST_P(BigBundlePausesTest, AreAsLongAsThoseOfAnyOtherUpdate) {
   install();
   attachBigImage();
-  const SlowFiles slowness(machine().mountPoint(), kDelay);
+  const SlowFiles slowness(machine().mountPoint(), kDelay, SlowFiles::Folders::quick,
+                           SlowFiles::Extent::fileSystem);
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(machine().run(arguments()), 0);
   const auto length = std::chrono::steady_clock::now() - begin;

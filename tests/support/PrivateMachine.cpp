@@ -52,7 +52,7 @@ void setReadOnly(int folder, bool readOnly) {
 }
 
 void mountMemory(const std::string& folder, const std::string& mode) {
-  check(::mount(kName, folder.c_str(), "tmpfs", MS_NOSUID, ("mode=" + mode).c_str()) == 0,
+  check(::mount(kName, folder.c_str(), "tmpfs", 0, ("mode=" + mode).c_str()) == 0,
         "tmpfs " + folder);
 }
 

@@ -35,12 +35,12 @@ bool SlowFiles::canBeMade() {
 }
 
 SlowFiles::SlowFiles(const std::string& mountPoint, std::chrono::milliseconds delay,
-                     Folders folders)
+                     Folders folders, Extent extent)
     : events_(checked(openEvents())) {
   const std::uint64_t mask =
       folders == Folders::slow ? FAN_OPEN_PERM | FAN_ONDIR : std::uint64_t{FAN_OPEN_PERM};
-  checked(
-      ::fanotify_mark(events_, FAN_MARK_ADD | FAN_MARK_MOUNT, mask, AT_FDCWD, mountPoint.c_str()));
+  const unsigned marked = extent == Extent::mount ? FAN_MARK_MOUNT : FAN_MARK_FILESYSTEM;
+  checked(::fanotify_mark(events_, FAN_MARK_ADD | marked, mask, AT_FDCWD, mountPoint.c_str()));
   thread_ = std::thread([this, delay] { answer(delay); });
 }
 

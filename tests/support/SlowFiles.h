@@ -12,15 +12,17 @@ namespace test {
 class SlowFiles {
  public:
   enum class Folders { quick, slow };
+  // Root's tools see a mount through a copy of it, which is slow only with the whole file system.
+  enum class Extent { mount, fileSystem };
 
   // A test that needs it says
   //     if (!SlowFiles::canBeMade()) GTEST_SKIP() << SlowFiles::kNeeds;
   static bool canBeMade();
   static constexpr char kNeeds[] = "needs root, and a kernel that lets somebody allow each opening";
 
-  // `mountPoint` is a mount of the sandbox's own.
+  // `mountPoint` is a mount of the sandbox's own; the file system, if all of it is to be slow, too.
   SlowFiles(const std::string& mountPoint, std::chrono::milliseconds delay,
-            Folders folders = Folders::quick);
+            Folders folders = Folders::quick, Extent extent = Extent::mount);
   ~SlowFiles();
   SlowFiles(const SlowFiles&) = delete;
   SlowFiles& operator=(const SlowFiles&) = delete;
