@@ -49,7 +49,9 @@ bool openFolder(const std::string& folder) {
 }
 
 bool carryOut(const Texts& request) {
-  if (request.size() == 2 && request.front() == "open") return openFolder(request[1]);
+  if (request.size() == 2 && request.front() == platform::personal::operation::kOpen) {
+    return openFolder(request[1]);
+  }
   return answer(platform::personal::perform(request));
 }
 

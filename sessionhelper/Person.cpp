@@ -1,11 +1,9 @@
 #include "sessionhelper/Person.h"
 
-#include <grp.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -13,6 +11,7 @@
 
 #include "platform/Directories.h"
 #include "sessionhelper/SessionEnvironment.h"
+#include "sessionhelper/UserIds.h"
 
 namespace session_helper {
 namespace {
@@ -47,23 +46,10 @@ bool setEnvironment(const Environment& environment) {
   return set;
 }
 
-bool hasOnlyIdsOf(const Person& person) {
-  uid_t user[3];
-  gid_t group[3];
-  if (::getresuid(&user[0], &user[1], &user[2]) != 0) return false;
-  if (::getresgid(&group[0], &group[1], &group[2]) != 0) return false;
-  return std::ranges::all_of(user, [&](uid_t id) { return id == person.id; }) &&
-         std::ranges::all_of(group, [&](gid_t id) { return id == person.groupId; });
-}
-
 bool giveUpRights(const Person& person) {
-  const bool given = ::initgroups(person.name.c_str(), person.groupId) == 0 &&
-                     ::setresgid(person.groupId, person.groupId, person.groupId) == 0 &&
-                     ::setresuid(person.id, person.id, person.id) == 0;
-  // Believed only when seen, and when there is no way back.
-  const bool gone = given && hasOnlyIdsOf(person) && ::setresuid(0, 0, 0) != 0;
-  if (!gone) std::perror("session-helper: cannot become the console user");
-  return gone;
+  if (takeIds(person.id, person.groupId, person.name)) return true;
+  std::perror("session-helper: cannot become the console user");
+  return false;
 }
 
 void setDefaultSignals() {

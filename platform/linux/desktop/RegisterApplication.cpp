@@ -103,7 +103,8 @@ std::optional<std::uint32_t> personFor(const std::string& bundlePath) {
 bool registerForPerson(const std::string& bundlePath) {
   const auto person = personFor(bundlePath);
   if (!person) return false;
-  const auto answer = personal::PersonsChild::of(*person).ask({"register", bundlePath});
+  const auto answer =
+      personal::PersonsChild::of(*person).ask({personal::operation::kRegister, bundlePath});
   return answer.front() == personal::kYes;
 }
 

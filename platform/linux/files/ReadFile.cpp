@@ -45,8 +45,8 @@ std::optional<std::string> readToEnd(const posix::FileDescriptor& file, std::uin
 
 std::optional<std::string> readByOwner(std::uint32_t owner, const std::string& path,
                                        std::uint64_t limit) {
-  personal::Texts answer =
-      personal::PersonsChild::of(owner).ask(personal::readRequest(path, limit));
+  personal::Texts answer = personal::PersonsChild::of(owner).ask(
+      {personal::operation::kRead, path, std::to_string(limit)});
   if (answer.size() < 2 || answer.front() != personal::kYes) return std::nullopt;
   return std::move(answer[1]);
 }

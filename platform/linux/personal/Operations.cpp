@@ -57,15 +57,17 @@ struct Operation {
 
 // One line an operation, in the order of their names.
 constexpr Operation kOperations[] = {
-    {"date", 1, [](const Texts& r) { return date(r[1]); }},
-    {"exists", 1, [](const Texts& r) { return answerIf(file_system::exists(r[1])); }},
-    {"list", 1, [](const Texts& r) { return list(r[1]); }},
-    {"make", 1, [](const Texts& r) { return answer(file_system::createDirectory(r[1])); }},
-    {"merge", 3, [](const Texts& r) { return merge(r[1], r[2], r[3]); }},
-    {"move", 2, [](const Texts& r) { return answer(file_system::move(r[1], r[2])); }},
-    {"read", 2, [](const Texts& r) { return read(r[1], r[2]); }},
-    {"register", 1, [](const Texts& r) { return answerIf(workspace::registerApplication(r[1])); }},
-    {"remove", 1, [](const Texts& r) { return answer(file_system::remove(r[1])); }},
+    {operation::kDate, 1, [](const Texts& r) { return date(r[1]); }},
+    {operation::kExists, 1, [](const Texts& r) { return answerIf(file_system::exists(r[1])); }},
+    {operation::kList, 1, [](const Texts& r) { return list(r[1]); }},
+    {operation::kMake, 1,
+     [](const Texts& r) { return answer(file_system::createDirectory(r[1])); }},
+    {operation::kMerge, 3, [](const Texts& r) { return merge(r[1], r[2], r[3]); }},
+    {operation::kMove, 2, [](const Texts& r) { return answer(file_system::move(r[1], r[2])); }},
+    {operation::kRead, 2, [](const Texts& r) { return read(r[1], r[2]); }},
+    {operation::kRegister, 1,
+     [](const Texts& r) { return answerIf(workspace::registerApplication(r[1])); }},
+    {operation::kRemove, 1, [](const Texts& r) { return answer(file_system::remove(r[1])); }},
 };
 
 void append(std::string& bytes, std::string_view text) {
@@ -83,10 +85,6 @@ Texts perform(const Texts& request) {
     }
   }
   return answer(statusFromErrno(ENOSYS));
-}
-
-Texts readRequest(const std::string& path, std::uint64_t limit) {
-  return {"read", path, std::to_string(limit)};
 }
 
 std::string encoded(const Texts& texts) {

@@ -15,11 +15,32 @@ using Texts = std::vector<std::string>;
 
 inline constexpr std::string_view kYes = "yes";
 
+// The operations and their arguments; a path is absolute.
+namespace operation {
+// PATH: its date of modification, in units of the system's clock.
+inline constexpr char kDate[] = "date";
+// PATH
+inline constexpr char kExists[] = "exists";
+// FOLDER: the names in it.
+inline constexpr char kList[] = "list";
+// FOLDER: makes it with those around it.
+inline constexpr char kMake[] = "make";
+// PATH CHANGES MILLISECONDS: into a property list, waiting so long for who writes it.
+inline constexpr char kMerge[] = "merge";
+// SOURCE DESTINATION
+inline constexpr char kMove[] = "move";
+// FOLDER: makes it like kMake and passes it as a descriptor behind the answer. Of the child alone.
+inline constexpr char kOpen[] = "open";
+// PATH BYTES: a file's contents, up to so many.
+inline constexpr char kRead[] = "read";
+// BUNDLE
+inline constexpr char kRegister[] = "register";
+// PATH
+inline constexpr char kRemove[] = "remove";
+}  // namespace operation
+
 // Carries out a request with the rights that this process has. An unknown one fails.
 Texts perform(const Texts& request);
-
-// The operation that reads a file, up to so many bytes.
-Texts readRequest(const std::string& path, std::uint64_t limit);
 
 std::string encoded(const Texts& texts);
 // None when the bytes are not what `encoded` makes.

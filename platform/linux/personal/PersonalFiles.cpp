@@ -13,6 +13,7 @@ namespace platform::personal_files {
 namespace {
 
 using personal::Texts;
+namespace operation = personal::operation;
 using std::chrono::system_clock;
 
 std::optional<std::uint32_t> personOf(const std::string& path) {
@@ -46,41 +47,41 @@ bool isInPersonsFolder(const std::string& path) {
 }
 
 bool exists(const std::string& path) {
-  return isYes(carryOut(path, {"exists", path}));
+  return isYes(carryOut(path, {operation::kExists, path}));
 }
 
 std::optional<system_clock::time_point> modificationDate(const std::string& path) {
-  const Texts answer = carryOut(path, {"date", path});
+  const Texts answer = carryOut(path, {operation::kDate, path});
   if (!isYes(answer) || answer.size() < 2) return std::nullopt;
   return system_clock::time_point(
       system_clock::duration(std::strtoll(answer[1].c_str(), nullptr, 10)));
 }
 
 std::optional<std::vector<std::string>> list(const std::string& path) {
-  Texts answer = carryOut(path, {"list", path});
+  Texts answer = carryOut(path, {operation::kList, path});
   if (!isYes(answer)) return std::nullopt;
   answer.erase(answer.begin());
   return answer;
 }
 
 Status createDirectory(const std::string& path) {
-  return statusOf(carryOut(path, {"make", path}));
+  return statusOf(carryOut(path, {operation::kMake, path}));
 }
 
 Status move(const std::string& source, const std::string& destination) {
-  return statusOf(carryOut(folderOf(source), {"move", source, destination}));
+  return statusOf(carryOut(folderOf(source), {operation::kMove, source, destination}));
 }
 
 Status remove(const std::string& path) {
-  return statusOf(carryOut(folderOf(path), {"remove", path}));
+  return statusOf(carryOut(folderOf(path), {operation::kRemove, path}));
 }
 
 Status merge(const std::string& path, const PropertyList::Dictionary& changes,
              std::chrono::milliseconds patience) {
-  return statusOf(
-      carryOut(folderOf(path),
-               {"merge", path, property_list::serialized(changes, property_list::Format::binary),
-                std::to_string(patience.count())}));
+  return statusOf(carryOut(
+      folderOf(path),
+      {operation::kMerge, path, property_list::serialized(changes, property_list::Format::binary),
+       std::to_string(patience.count())}));
 }
 
 }  // namespace platform::personal_files

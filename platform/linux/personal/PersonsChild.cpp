@@ -82,7 +82,7 @@ Texts PersonsChild::ask(const Texts& request) {
 
 posix::FileDescriptor PersonsChild::openFolder(const std::string& folder) {
   const std::lock_guard lock(mutex_);
-  const auto answer = exchange({"open", folder});
+  const auto answer = exchange({operation::kOpen, folder});
   if (!answer || answer->front() != kYes) return {};
   posix::FileDescriptor opened = receiveDescriptor(socket_.get(), kPassing);
   if (!belongsTo(opened, user_)) return {};
