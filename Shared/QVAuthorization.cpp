@@ -87,7 +87,9 @@ QVAuthorization* QVAuthorization::allocWithZone() {
 
 QVAuthorization* QVAuthorization::initialise(bool withGUI) {
   hasGUI_ = withGUI;
-  authRef_ = Session::inherited();
+  // The system hands it down once; who initialises anew keeps it.
+  if (inherited_ == nullptr) inherited_ = Session::inherited();
+  authRef_ = inherited_;
   if (!isSuperuser()) userDirectory_ = QVLocalPaths::userDirectory();
   return this;
 }
@@ -124,6 +126,11 @@ bool QVAuthorization::authStartWithUser(const std::optional<std::string>& user,
 
 void QVAuthorization::authEnd() {
   if (authRef_ != nullptr && !isSuperuser()) authRef_->end();
+  forgetSession();
+}
+
+void QVAuthorization::forgetSession() {
+  if (authRef_ == inherited_) inherited_ = nullptr;
   authRef_ = nullptr;
 }
 
@@ -161,7 +168,7 @@ int QVAuthorization::runThroughSession(const std::string& tool,
   if (execution.output != nullptr) readToEnd(*execution.output);
   // A broken session would refuse everything for the rest of the process; without it the next call
   // asks for a new one.
-  if (execution.status == platform::privilege::kSessionLost) authRef_ = nullptr;
+  if (execution.status == platform::privilege::kSessionLost) forgetSession();
   return execution.status;
 }
 

@@ -116,7 +116,11 @@ class QVAuthorization : public NeverReleased<QVAuthorization> {
   Path trashPathFor(const std::string& path) const;
   bool trashEntry(const std::string& path, bool deleteOnRootAccount);
 
+  void forgetSession();
+
   std::shared_ptr<Session> authRef_;
+  // What a privileged parent has handed down, until it is ended.
+  std::shared_ptr<Session> inherited_;
   // What puts the superuser's own tools in order; made when the first is run.
   std::shared_ptr<Session> ownTools_;
   bool hasGUI_ = false;

@@ -861,6 +861,11 @@ TEST(QVAuthorizationTestChild, DISABLED_AdoptsTheInheritedSession) {
   EXPECT_TRUE(session.isAuthorized());
   EXPECT_TRUE(session.authStart());
   EXPECT_EQ(session.authExecTask("/bin/true", {}, false), 0);
+  session.initWithoutGUI();
+  EXPECT_TRUE(session.isAuthorized()) << "who initialises anew keeps it";
+  session.authEnd();
+  session.initWithoutGUI();
+  EXPECT_FALSE(session.isAuthorized()) << "what was ended does not come back";
 }
 
 TEST_F(QVAuthorizationSessionTest, AChildAdoptsTheSessionThatItsParentHandsDown) {
