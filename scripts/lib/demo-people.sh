@@ -47,14 +47,11 @@ become_that_person() {
     env "HOME=$home" "USER=$user" "XAUTHORITY=$home/.Xauthority")
 }
 
+# What belongs to a person is registered for that person, whoever installs it.
 choose_places() {
-  if [ "$who" = root ]; then
-    log=/var/lib/quorvale/Library/Logs/Quorvale/QVUpdateHelper.1.log
-    entries=/usr/local/share/applications
-  else
-    log=$home/Library/Logs/Quorvale/QVUpdateHelper.1.log
-    entries=$home/.local/share/applications
-  fi
+  entries=$home/.local/share/applications
+  log=$home/Library/Logs/Quorvale/QVUpdateHelper.1.log
+  [ "$who" != root ] || log=/var/lib/quorvale/Library/Logs/Quorvale/QVUpdateHelper.1.log
 }
 
 helpers_role() {
