@@ -27,6 +27,11 @@ check_processes() {
 # What an administrator's rights move to the Trash has no information for bringing it back.
 check_trash() {
   [ "$destination" = "$installed" ] || return 0
+  if [ "$machine_namespaces-$elevated" = none-yes ]; then
+    missing "the old version in the Trash" \
+      "root's tools keep out of a person's folders here: what others link there could not be kept from them"
+    return 0
+  fi
   local trash=$home/.local/share/Trash trashed
   # The latest: on a desktop the Trash may hold those of earlier demonstrations.
   trashed=$(find "$trash/files" -maxdepth 1 -name 'Quorvale Sample*.app' -printf '%C@ %p\n' |
