@@ -60,7 +60,7 @@ std::size_t openDescriptors() {
 std::size_t threads() {
   const std::size_t all = entries("/proc/self/task");
 #ifdef __SANITIZE_THREAD__
-  // Its own: one from the start and, as tests run in a child, another with the first further thread.
+  // Its own: one from the start and, in a child as tests are, another with the first thread.
   return all > 2 ? all - 2 : 1;
 #else
   return all;
